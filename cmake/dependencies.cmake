@@ -1,0 +1,29 @@
+# libcrypto and libuuid, as the targets vtapi::crypto and vtapi::uuid. A build for another word size
+# sets VTAPI_SYSROOT to the folder in which Debian's packages were unpacked; otherwise the system's
+# own are used.
+
+function(vtapi_import name header)
+  string(TOUPPER ${name} upper)
+  if(VTAPI_SYSROOT)
+    set(where PATHS "${VTAPI_SYSROOT}/usr/lib/${VTAPI_SYSROOT_ARCH}"
+              "${VTAPI_SYSROOT}/lib/${VTAPI_SYSROOT_ARCH}" NO_DEFAULT_PATH)
+    set(include_where PATHS "${VTAPI_SYSROOT}/usr/include" NO_DEFAULT_PATH)
+  endif()
+  # The run-time file comes first: the development package's link may point outside the sysroot.
+  find_library(VTAPI_${upper}_LIBRARY NAMES ${ARGN} ${name} ${where} REQUIRED)
+  find_path(VTAPI_${upper}_INCLUDE NAMES ${header} ${include_where} REQUIRED)
+  mark_as_advanced(VTAPI_${upper}_LIBRARY VTAPI_${upper}_INCLUDE)
+
+  set(include_dirs "${VTAPI_${upper}_INCLUDE}")
+  if(VTAPI_SYSROOT)
+    # Headers that differ by architecture (openssl/opensslconf.h) lie in a folder of their own.
+    list(PREPEND include_dirs "${VTAPI_SYSROOT}/usr/include/${VTAPI_SYSROOT_ARCH}")
+  endif()
+  add_library(vtapi::${name} SHARED IMPORTED)
+  set_target_properties(
+    vtapi::${name} PROPERTIES IMPORTED_LOCATION "${VTAPI_${upper}_LIBRARY}"
+                              INTERFACE_INCLUDE_DIRECTORIES "${include_dirs}")
+endfunction()
+
+vtapi_import(crypto openssl/sha.h libcrypto.so.3)
+vtapi_import(uuid uuid/uuid.h libuuid.so.1)

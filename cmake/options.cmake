@@ -1,0 +1,38 @@
+# The compiler and linker options that every target shares, in the interface target vtapi_options;
+# sanitizers and optimisation apply to the third-party sources as well and are set globally.
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+foreach(language C CXX)
+  set(CMAKE_${language}_FLAGS_RELEASE "-O2 -DNDEBUG")
+  set(CMAKE_${language}_FLAGS_DEBUG "-O0 -g")
+  set(CMAKE_${language}_EXTENSIONS OFF)
+  set(CMAKE_${language}_STANDARD_REQUIRED ON)
+endforeach()
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_CXX_STANDARD 20)
+
+# CMake would add the C++ run time to what the C driver links: the library must not have it.
+set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "")
+
+# The programs find the library beside themselves, and nothing else is recorded.
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
+set(CMAKE_INSTALL_RPATH "$ORIGIN")
+
+if(VTAPI_SANITIZE)
+  set(CMAKE_C_FLAGS_DEBUG "-O1 -g1")
+  set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+add_library(vtapi_options INTERFACE)
+target_compile_options(vtapi_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+                                               $<$<BOOL:${VTAPI_WERROR}>:-Werror>)
+if(VTAPI_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  # The instrumentation hides initialisations from this warning; the other builds keep it.
+  target_compile_options(vtapi_options INTERFACE -Wno-maybe-uninitialized)
+endif()
+target_link_options(vtapi_options INTERFACE "LINKER:-z,relro" "LINKER:-z,now")

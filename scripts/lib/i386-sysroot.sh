@@ -1,0 +1,78 @@
+# Sourced by scripts/build: unpacks libcrypto and libuuid for i386, run time and headers, from
+# Debian's packages into build/i386-sysroot. Nothing is installed: side by side with the system's
+# own packages they could only be had in exactly the same version, and mirrors do not update all
+# architectures at once. apt works on lists of its own, so the system's configuration stays as is.
+# shellcheck shell=bash
+
+sysroot_packages=(libssl3 libssl-dev libuuid1 uuid-dev)
+
+# sysroot_apt TOOL ARGS... runs apt-get or apt-cache for i386 on the private lists.
+sysroot_apt() {
+  local tool=$1
+  shift
+  "$tool" -q \
+    -o APT::Architecture=i386 -o APT::Architectures=i386 \
+    -o Dir::State::lists="$sysroot/apt/lists" -o Dir::State::status="$sysroot/apt/status" \
+    -o Dir::Cache="$sysroot/apt/cache" -o APT::Sandbox::User="$(id -un)" \
+    -o Acquire::Languages=none "$@"
+}
+
+# sysroot_update fetches the lists. A failure of one of them is no failure: another may serve.
+sysroot_update() {
+  mkdir -p "$sysroot"/apt/{lists,cache/archives}/partial
+  : >"$sysroot/apt/status"
+  sysroot_apt apt-get update >"$sysroot/apt/update.log" 2>&1 ||
+    say "apt-get update for i386 reported errors; going on with the lists at hand"
+}
+
+# sysroot_versions PACKAGE prints the versions that can be had, the candidate first.
+sysroot_versions() {
+  {
+    sysroot_apt apt-cache policy "$1" | awk '$1 == "Candidate:" && $2 != "(none)" { print $2 }'
+    sysroot_apt apt-cache madison "$1" | awk -F ' *[|] *' '{ print $2 }'
+  } 2>/dev/null | awk 'NF && !seen[$1]++ { print $1 }'
+}
+
+# sysroot_unpack PACKAGE downloads and unpacks the first version that the mirror hands out.
+sysroot_unpack() {
+  local package=$1 version debs=$sysroot/apt/debs
+  while read -r version; do
+    rm -rf "$debs"
+    mkdir -p "$debs"
+    if (cd "$debs" && sysroot_apt apt-get download "$package=$version") \
+      >>"$sysroot/apt/download.log" 2>&1; then
+      dpkg -x "$debs"/*.deb "$sysroot"
+      printf '%s=%s\n' "$package" "$version" >>"$sysroot/apt/unpacked"
+      return 0
+    fi
+    say "$package $version for i386 cannot be had at the moment"
+  done < <(sysroot_versions "$package")
+  return 1
+}
+
+# need_i386_sysroot makes build/i386-sysroot unless it is there.
+need_i386_sysroot() {
+  sysroot=${root:?}/build/i386-sysroot
+  [[ -f $sysroot/complete ]] && return 0
+  say "unpacking i386 packages into build/i386-sysroot: ${sysroot_packages[*]}"
+  rm -rf "$sysroot"
+  local attempt package missing=("${sysroot_packages[@]}") left
+  for attempt in 1 2 3; do
+    sysroot_update
+    left=()
+    for package in "${missing[@]}"; do
+      sysroot_unpack "$package" || left+=("$package")
+    done
+    missing=("${left[@]}")
+    if [[ ${#missing[@]} -eq 0 ]]; then
+      # Its last act, so that an interrupted run starts anew.
+      mv "$sysroot/apt/unpacked" "$sysroot/complete"
+      rm -rf "$sysroot/apt"
+      return 0
+    fi
+    say "still missing for i386 (attempt $attempt of 3): ${missing[*]}"
+    sleep $((attempt * 5))
+  done
+  cat "$sysroot"/apt/{update,download}.log >&2 || true
+  die "could not get for i386: ${missing[*]}"
+}

@@ -1,0 +1,107 @@
+#include "support/log.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+
+#include "vtapi/log.h"
+
+namespace {
+
+using vt::support::Level;
+
+constinit FILE* log_file = nullptr;
+constinit std::uint8_t callback_enabled = 0;
+constinit log_callback callback = nullptr;
+
+constexpr std::size_t kCallbackTextSize = 512;
+constexpr std::array<const char*, 6> kLevelWords = {"TRACE", "DEBUG", "INFO",
+                                                    "WARN",  "ERROR", "FATAL"};
+
+// Callers report failed system calls around their log lines, so a line must not disturb errno.
+class ErrnoKeeper {
+ public:
+  ErrnoKeeper() = default;
+  ~ErrnoKeeper() { errno = saved_; }
+  ErrnoKeeper(const ErrnoKeeper&) = delete;
+  ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+ private:
+  int saved_ = errno;
+};
+
+__attribute__((format(printf, 3, 0))) void EmitToCallback(Level level, const char* function,
+                                                          const char* format, va_list arguments) {
+  std::array<char, kCallbackTextSize> text{};
+  const int prefix = std::snprintf(text.data(), text.size(), "%s: ", function);
+  if (prefix > 0 && static_cast<std::size_t>(prefix) < text.size()) {
+    const auto used = static_cast<std::size_t>(prefix);
+    (void)std::vsnprintf(text.data() + used, text.size() - used, format, arguments);
+  }
+  callback(static_cast<std::uint32_t>(level), text.data());
+}
+
+__attribute__((format(printf, 3, 0))) void EmitToFile(Level level, const char* function,
+                                                      const char* format, va_list arguments) {
+  constexpr std::size_t kCtimeSize = 26;
+  std::array<char, kCtimeSize> stamp{};
+  const std::time_t now = std::time(nullptr);
+  if (ctime_r(&now, stamp.data()) != nullptr) stamp[kCtimeSize - 2] = '\0';
+  (void)std::fprintf(getLogFile(), "%s [%s] %s: ", stamp.data(),
+                     kLevelWords[static_cast<std::size_t>(level)], function);
+  (void)std::vfprintf(getLogFile(), format, arguments);
+  (void)std::fprintf(getLogFile(), "\n");
+  (void)std::fflush(getLogFile());
+}
+
+}  // namespace
+
+namespace vt::support {
+
+constinit std::uint32_t log_threshold = VT_LOG_INFO;
+
+void LogLine(Level level, const char* function, const char* format, ...) {
+  const ErrnoKeeper keeper;
+  va_list arguments;
+  va_start(arguments, format);
+  if (callback_enabled != 0 && callback != nullptr) {
+    EmitToCallback(level, function, format, arguments);
+  } else {
+    EmitToFile(level, function, format, arguments);
+  }
+  va_end(arguments);
+}
+
+}  // namespace vt::support
+
+extern "C" {
+
+std::uint32_t getLogLevel() { return vt::support::log_threshold; }
+
+void setLogLevel(std::uint32_t level) { vt::support::log_threshold = level; }
+
+FILE* getLogFile() { return log_file != nullptr ? log_file : stdout; }
+
+void setLogFile(FILE* stream) { log_file = stream; }
+
+log_callback getLogCallback() { return callback; }
+
+int setLogCallback(log_callback new_callback) {
+  if (new_callback == nullptr) return 0;
+  // Deliberate: the line precedes the change, here and below.
+  VT_LOG(kDebug, "Setting log callback address to %p", reinterpret_cast<void*>(new_callback));
+  callback = new_callback;
+  return 1;
+}
+
+std::uint32_t getLogCallbackEnable() { return callback_enabled; }
+
+void enableLogCallback(std::uint32_t flag) {
+  const auto enabled = static_cast<std::uint8_t>(flag);
+  VT_LOG(kDebug, "Log callback feature is being %s", enabled != 0 ? "ENABLED" : "DISABLED");
+  callback_enabled = enabled;
+}
+
+}  // extern "C"
