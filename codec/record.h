@@ -1,0 +1,110 @@
+// A record described once, in wire order; the description reads, writes, measures, copies and
+// releases it.
+//
+//   using EventIdWire = Record<event_id, Field<&event_id::number, Integer<std::uint32_t>>,
+//                                        Field<&event_id::id, Identity>>;
+#ifndef VT_CODEC_RECORD_H
+#define VT_CODEC_RECORD_H
+
+#include <cstdint>
+#include <cstring>
+
+#include "codec/wire.h"
+
+namespace vt::codec {
+
+// Field is one member in one wire form.
+template <auto Member, class Wire>
+struct Field {
+  template <class T>
+  static Status Read(Reader& in, T& record) {
+    return Wire::Read(in, record.*Member);
+  }
+  template <class T>
+  static void Write(Writer& out, const T& record, NullText null_text) {
+    Wire::Write(out, record.*Member, null_text);
+  }
+  template <class T>
+  static std::uint32_t Size(const T& record) {
+    return Wire::Size(record.*Member);
+  }
+  template <class T>
+  static Status Clone(const T& from, T& to) {
+    return Wire::Clone(from.*Member, to.*Member);
+  }
+  template <class T>
+  static void Release(T& record) {
+    Wire::Release(record.*Member);
+  }
+  template <class T>
+  static void Forget(T& record) {
+    Wire::Forget(record.*Member);
+  }
+};
+
+// BlockField is a counted block held in two members.
+template <auto Length, auto Data>
+struct BlockField {
+  template <class T>
+  static Status Read(Reader& in, T& record) {
+    return CountedBlock::Read(in, record.*Length, record.*Data);
+  }
+  template <class T>
+  static void Write(Writer& out, const T& record, NullText /*unused*/) {
+    CountedBlock::Write(out, record.*Length, record.*Data);
+  }
+  template <class T>
+  static std::uint32_t Size(const T& record) {
+    return CountedBlock::Size(record.*Length, record.*Data);
+  }
+  template <class T>
+  static Status Clone(const T& from, T& to) {
+    return CountedBlock::Clone(from.*Length, from.*Data, to.*Length, to.*Data);
+  }
+  template <class T>
+  static void Release(T& record) {
+    CountedBlock::Release(record.*Length, record.*Data);
+  }
+  template <class T>
+  static void Forget(T& record) {
+    CountedBlock::Forget(record.*Length, record.*Data);
+  }
+};
+
+template <class T, class... Fields>
+struct Record {
+  using Host = T;
+
+  // Read sets the fields in order up to the first that fails, after which nothing is owned. The
+  // record counts as uninitialised memory before.
+  static Status Read(Reader& in, T& record) {
+    (Fields::Forget(record), ...);
+    Status status = Status::kOk;
+    (void)(((status = Fields::Read(in, record)) == Status::kOk) && ...);
+    if (status != Status::kOk) Release(record);
+    return status;
+  }
+
+  static void Write(Writer& out, const T& record, NullText null_text) {
+    (Fields::Write(out, record, null_text), ...);
+  }
+
+  static std::uint32_t Size(const T& record) { return (Fields::Size(record) + ...); }
+
+  // Clone makes to a copy; fields that do not travel, and on failure all, are zero.
+  static Status Clone(const T& from, T& to) {
+    std::memset(&to, 0, sizeof to);
+    Status status = Status::kOk;
+    (void)(((status = Fields::Clone(from, to)) == Status::kOk) && ...);
+    if (status == Status::kOk) return status;
+    Release(to);
+    std::memset(&to, 0, sizeof to);
+    return status;
+  }
+
+  static void Release(T& record) { (Fields::Release(record), ...); }
+};
+
+}  // namespace vt::codec
+
+#endif  // VT_CODEC_RECORD_H
