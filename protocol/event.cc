@@ -1,0 +1,113 @@
+// The life of an Event: made for sending, or around received bytes, and released by its state.
+#include "vtapi/event.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "vtapi/enumerations.h"
+
+#include "protocol/wire_image.h"
+#include "protocol/wire_layout.h"
+#include "support/heap.h"
+#include "support/log.h"
+
+namespace {
+
+template <class T>
+void FreeAndNull(T*& block) {
+  std::free(block);
+  block = nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+Event* corvane_create_my_packet() {
+  vt::support::Owned<Event> ev = vt::support::AllocateZeroed<Event>();
+  if (ev == nullptr) return nullptr;
+  ev->pak = vt::support::AllocateZeroed<message_header>().release();
+  if (ev->pak == nullptr) return nullptr;
+  cv_set_common_hdr(ev.get());
+  ev->state = CV_EVENT_STATE_OK;
+  VT_LOG(kTrace, "\n[VLTRS]:New my packet %p(%d)", static_cast<void*>(ev.get()), ev->pak->seq);
+  return ev.release();
+}
+
+int cv_set_common_hdr(Event* ev) {
+  ev->pak->type = CV_TYPE_MXRT;
+  ev->pak->app = CV_APPLICATION_CORVANE;
+  ev->pak->ver = 1;
+  ev->pak_valid = 1;
+  vt::protocol::DropImage(*ev);
+  return 0;
+}
+
+Event* cv_mkevent_from_rawbuffer(std::int32_t size, const void* buf) {
+  if (size < static_cast<std::int32_t>(vt::protocol::kSmallestImage)) {
+    VT_LOG(kDebug, "Dropping truncated packet");
+    return nullptr;
+  }
+  vt::support::Owned<Event> ev = vt::support::AllocateZeroed<Event>();
+  if (ev == nullptr) return nullptr;
+  const auto length = static_cast<std::uint32_t>(size);
+  ev->raw = static_cast<std::uint8_t*>(vt::support::DuplicateBytes(buf, length).release());
+  if (ev->raw == nullptr) {
+    VT_LOG(kInfo, "Can't allocate memory for pkt creation");
+    return nullptr;
+  }
+  ev->raw_valid = 1;
+  ev->raw_len = length;
+  ev->state = CV_EVENT_STATE_OK;
+  VT_LOG(kTrace, "size %d", size);
+  return ev.release();
+}
+
+int cv_free_data(Event* ev) {
+  if (ev->raw != nullptr) {
+    VT_LOG(kTrace, "free raw (%c %d) %p", ev->raw_valid == 1 ? 'T' : 'F', ev->raw_len,
+           static_cast<void*>(ev->raw));
+    FreeAndNull(ev->raw);
+    ev->raw_hdr = nullptr;
+  }
+  if (ev->pak != nullptr) {
+    VT_LOG(kTrace, "free pak %p", static_cast<void*>(ev->pak));
+    FreeAndNull(ev->pak);
+  }
+  if (ev->sec != nullptr) {
+    VT_LOG(kTrace, "free sec %p", static_cast<void*>(ev->sec));
+    FreeAndNull(ev->sec);
+  }
+  ev->raw_valid = 0;
+  ev->pak_valid = 0;
+  return 0;
+}
+
+int corvane_try_gc(Event* ev) {
+  // Deliberate: despite its name it always releases.
+  VT_LOG(kTrace, "cleanup tlvs %p", static_cast<void*>(ev->tlvs));
+  cv_free_tlvs(ev);
+  VT_LOG(kTrace, "cleanup data %p", static_cast<void*>(ev->raw));
+  cv_free_data(ev);
+  VT_LOG(kTrace, "\n[VLTRS]:released event %p", static_cast<void*>(ev));
+  std::free(ev);
+  return 0;
+}
+
+int corvane_free_rply(Event* ev) {
+  if (ev == nullptr || ev->state != CV_EVENT_STATE_REPLY) return 0;
+  cv_free_tlvs(ev);
+  FreeAndNull(ev->pak);
+  vt::protocol::DropImage(*ev);
+  FreeAndNull(ev->sec);
+  VT_LOG(kDebug, "Rply freed (%p)", static_cast<void*>(ev));
+  std::free(ev);
+  return 0;
+}
+
+int cv_cleanup_event(Event* ev) {
+  if (ev == nullptr || ev->state == CV_EVENT_STATE_HELD) return 0;
+  return ev->state == CV_EVENT_STATE_REPLY ? corvane_free_rply(ev) : corvane_try_gc(ev);
+}
+
+}  // extern "C"
