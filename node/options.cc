@@ -1,0 +1,115 @@
+#include "node/options.h"
+
+#include <CLI/CLI.hpp>
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
+
+#include "vtapi.h"
+
+namespace vt::node {
+namespace {
+
+const std::string kFooter =
+    "Examples:\n"
+    "  voltaris-node --config examples/office.toml\n"
+    "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n\n"
+    "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output; "
+    "everything\n"
+    "else goes to standard error. SIGINT and SIGTERM end it. What devices are set to is kept in\n"
+    "memory and lost with the program.\n\n"
+    "Without a key file a message is checked with the identity of its sender as the key, which "
+    "keeps\n"
+    "accidents out, but nobody else.\n\n"
+    "Exit codes: 0 ended by a signal; 1 cannot serve; 2 wrong usage or configuration.\n\n"
+    "Environment: VOLTARIS_KEY_FILE stands in for --key-file.\n";
+
+constexpr std::array<std::string_view, 7> kLogLevels = {"trace", "debug", "info", "warn",
+                                                        "error", "fatal", "off"};
+
+std::uint32_t ParseLogLevel(const std::string& word) {
+  const auto found = std::ranges::find(kLogLevels, word);
+  if (found == kLogLevels.end()) throw UsageError("there is no log level '" + word + "'");
+  return static_cast<std::uint32_t>(found - kLogLevels.begin());
+}
+
+sockaddr_in ParseListen(const std::string& text) {
+  const std::optional<sockaddr_in> endpoint = ParseEndpoint(text);
+  if (endpoint) return *endpoint;
+  throw UsageError("--listen takes an IPv4 address and a port, such as 127.0.0.1:7440, not '" +
+                   text + "'");
+}
+
+}  // namespace
+
+std::optional<sockaddr_in> ParseEndpoint(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return std::nullopt;
+  sockaddr_in endpoint{};
+  endpoint.sin_family = AF_INET;
+  if (inet_pton(AF_INET, text.substr(0, colon).c_str(), &endpoint.sin_addr) != 1) {
+    return std::nullopt;
+  }
+  std::uint16_t port = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  endpoint.sin_port = htons(port);
+  return endpoint;
+}
+
+std::string EndpointText(const sockaddr_in& endpoint) {
+  std::array<char, INET_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET, &endpoint.sin_addr, text.data(), text.size());
+  return std::string(text.data()) + ":" + std::to_string(ntohs(endpoint.sin_port));
+}
+
+std::optional<Options> ParseOptions(int argc, const char* const* argv) {
+  std::string listen = "127.0.0.1:7440";
+  std::string key_file;
+  std::string log_level = "warn";
+  unsigned timeout = 10;
+  Options options;
+
+  CLI::App app("Answers queries for a fleet of devices.", "voltaris-node");
+  app.set_version_flag("--version",
+                       std::string("voltaris-node, libvtapi ") + voltaris_utl_getVersion());
+  app.footer(kFooter);
+  app.add_option("-c,--config", options.config, "the fleet, in TOML")
+      ->type_name("FILE")
+      ->required();
+  app.add_option("-l,--listen", listen,
+                 "where to listen, IPv4; port 0 is a free one (default 127.0.0.1:7440)")
+      ->type_name("HOST:PORT");
+  app.add_option("-k,--key-file", key_file,
+                 "file with the key: 20 raw bytes or 40 hexadecimal digits")
+      ->type_name("FILE")
+      ->envname("VOLTARIS_KEY_FILE");
+  app.add_option("--connection-timeout", timeout,
+                 "seconds that a connection may last, 1 to 3600 (default 10)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 3600));
+  app.add_option("--log-level", log_level,
+                 "trace, debug, info, warn (default), error, fatal or off")
+      ->type_name("LEVEL");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& done) {
+    app.exit(done);
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(std::string(error.what()) + "; see voltaris-node --help");
+  }
+
+  options.listen = ParseListen(listen);
+  if (!key_file.empty()) options.key_file = key_file;
+  options.connection_timeout = std::chrono::seconds(timeout);
+  options.log_level = ParseLogLevel(log_level);
+  return options;
+}
+
+}  // namespace vt::node

@@ -1,0 +1,41 @@
+// The command line of voltaris-node, checked.
+#ifndef VT_NODE_OPTIONS_H_
+#define VT_NODE_OPTIONS_H_
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace vt::node {
+
+// UsageError says what is wrong with the command line.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct Options {
+  std::string config;
+  sockaddr_in listen{};
+  std::optional<std::string> key_file;
+  std::chrono::seconds connection_timeout{10};
+  std::uint32_t log_level = 3;  // enum vt_log_level, of the library and of the node itself
+};
+
+// ParseOptions returns the options, or no options when the command line asked for help or the
+// version only, which have then been printed. It throws UsageError.
+std::optional<Options> ParseOptions(int argc, const char* const* argv);
+
+// ParseEndpoint reads HOST:PORT, HOST being an IPv4 address; nothing when text is not of that form.
+std::optional<sockaddr_in> ParseEndpoint(const std::string& text);
+
+// EndpointText is the address and port as HOST:PORT.
+std::string EndpointText(const sockaddr_in& endpoint);
+
+}  // namespace vt::node
+
+#endif  // VT_NODE_OPTIONS_H_

@@ -1,0 +1,86 @@
+#include "node/received_query.h"
+
+#include <array>
+
+namespace vt::node {
+namespace {
+
+using Message = std::span<const std::uint8_t>;
+
+constexpr std::size_t kDigestLenOffset = 10;
+constexpr std::size_t kDigestOffset = 12;
+constexpr std::size_t kSignedOffset = 32;
+constexpr std::size_t kSenderOffset = 36;
+
+hmac_context KeyFor(Message message, const std::optional<tools::Key>& key) {
+  hmac_context context{};
+  if (key) {
+    hmac_shainit(&context, key->data(), tools::kKeySize);
+  } else {
+    hmac_shainit(&context, message.data() + kSenderOffset, VT_IDENTITY_SIZE);
+  }
+  return context;
+}
+
+// SameDigest takes the same time wherever the two differ, so that a forger learns nothing from it.
+bool SameDigest(const std::uint8_t* left, const std::uint8_t* right) {
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < VT_DIGEST_SIZE; ++i) {
+    difference |= static_cast<unsigned>(left[i] ^ right[i]);
+  }
+  return difference == 0;
+}
+
+bool DigestMatches(Message message, const hmac_context& key) {
+  const Message signed_part = message.subspan(kSignedOffset);
+  std::array<std::uint8_t, VT_DIGEST_SIZE> digest{};
+  hmac_sha_msg(&key, signed_part.data(), static_cast<std::uint32_t>(signed_part.size()),
+               digest.data());
+  return SameDigest(digest.data(), message.data() + kDigestOffset);
+}
+
+// The digest is looked for at its fixed place, which holds for digests of 20 bytes alone.
+void CheckShape(Message message) {
+  if (message.size() < VT_PDU_HEADER_SIZE) throw Rejected("it is shorter than a message header");
+  const unsigned digest_len =
+      static_cast<unsigned>(message[kDigestLenOffset] << 8) | message[kDigestLenOffset + 1];
+  if (digest_len != VT_DIGEST_SIZE) throw Rejected("its digest is not of 20 bytes");
+}
+
+}  // namespace
+
+ReceivedQuery::ReceivedQuery(Message message, const std::optional<tools::Key>& key) {
+  CheckShape(message);
+  key_ = KeyFor(message, key);
+  // Decoding only logs a digest that does not match, so the verdict is reached here, and first.
+  if (!DigestMatches(message, key_)) throw Rejected("its digest does not match");
+
+  event_.reset(
+      cv_mkevent_from_rawbuffer(static_cast<std::int32_t>(message.size()), message.data()));
+  if (event_ == nullptr) throw std::bad_alloc();
+  const int status = cv_unpack_event(event_.get(), &key_);
+  if (status != 0) throw Rejected("it cannot be decoded, status " + std::to_string(status));
+  if (header().shipment != CV_SHIPMENT_SEND) throw Rejected("it is an answer and not a query");
+  ReadElements();
+}
+
+void ReceivedQuery::ReadElements() {
+  const std::span<Tlv* const> elements(event_->tlvs,
+                                       event_->tlvs == nullptr ? 0u : header().tlv_count);
+  bool has_domain = false;
+  for (const Tlv* element : elements) {
+    if (element == nullptr || element->qualifier != 0) continue;
+    if (element->type == VT_TLV_QUERY_TIMEOUT) continue;
+    if (element->type != CV_CORVANE_TLV_TYPE_DOMAIN) {
+      attributes_.push_back(element);
+      continue;
+    }
+    // The first domain is the query's own; a later one asks for the domain of the device, which
+    // every answer tells.
+    if (!has_domain && element->value != nullptr)
+      domain_ = static_cast<const char*>(element->value);
+    has_domain = true;
+  }
+}
+
+}  // namespace vt::node

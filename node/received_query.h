@@ -1,0 +1,61 @@
+// A query as it came from the network: its digest is checked before anything in it is decoded, and
+// it is decoded before anything in it is believed.
+#ifndef VT_NODE_RECEIVED_QUERY_H_
+#define VT_NODE_RECEIVED_QUERY_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "vtapi.h"
+
+#include "tools/key_file.h"
+
+namespace vt::node {
+
+// Rejected says why a message is dropped without an answer.
+class Rejected : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class ReceivedQuery {
+ public:
+  // ReceivedQuery checks and decodes one message. Without a key, the key is the identity of the
+  // sender, as it is for a client without one. Throws Rejected.
+  ReceivedQuery(std::span<const std::uint8_t> message, const std::optional<tools::Key>& key);
+
+  // event is for the filters, which do not take a constant one.
+  Event* event() const { return event_.get(); }
+  const message_header& header() const { return *event_->pak; }
+
+  // key is what the message was signed with, and what the answer is to be signed with.
+  const hmac_context& key() const { return key_; }
+
+  // domain is the one that the query is for, empty when it names none.
+  const std::string& domain() const { return domain_; }
+
+  // attributes are the elements to read or to set, in their order: neither the qualifiers nor what
+  // describes the query itself.
+  const std::vector<const Tlv*>& attributes() const { return attributes_; }
+
+ private:
+  struct ReleaseEvent {
+    void operator()(Event* event) const { cv_cleanup_event(event); }
+  };
+
+  void ReadElements();
+
+  hmac_context key_{};
+  std::unique_ptr<Event, ReleaseEvent> event_;
+  std::string domain_;
+  std::vector<const Tlv*> attributes_;
+};
+
+}  // namespace vt::node
+
+#endif  // VT_NODE_RECEIVED_QUERY_H_

@@ -1,0 +1,77 @@
+// voltaris: collects, sets and sums up attributes of devices from the command line. The answer goes
+// to standard output; messages and the library's log go to standard error.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <iostream>
+
+#include "vtapi.h"
+
+#include "tools/exit_code.h"
+#include "tools/options.h"
+#include "tools/output.h"
+#include "tools/query_command.h"
+
+namespace vt::tools {
+namespace {
+
+bool WantsColour() {
+  const char* no_colour = std::getenv("NO_COLOR");
+  if (no_colour != nullptr && *no_colour != '\0') return false;
+  const char* terminal = std::getenv("TERM");
+  if (terminal == nullptr || std::strcmp(terminal, "dumb") == 0) return false;
+  return isatty(STDOUT_FILENO) == 1;
+}
+
+void Complain(const std::string& message) { std::cerr << "voltaris: " << message << std::endl; }
+
+ExitCode Judge(const Answer& answer) {
+  if (answer.timed_out) {
+    Complain("the answer is incomplete: the time was up before the node had ended it");
+    return kExitIncomplete;
+  }
+  if (answer.error_code == VT_ERROR_NO_MEMORY) {
+    Complain("the answer is incomplete: out of memory");
+    return kExitIncomplete;
+  }
+  if (answer.error_code != 0) {
+    Complain("the answer is incomplete: " + std::string(std::strerror(answer.error_code)));
+    return kExitIncomplete;
+  }
+  if (!answer.rows.empty() || answer.acknowledged > 0) return kExitOk;
+  Complain(answer.refused > 0
+               ? "no device accepted the query (see --role, --name, --keyword, --priority)"
+               : "nothing answered: no device is in the domain, or the keys differ");
+  return kExitNothingAnswered;
+}
+
+ExitCode Run(int argc, const char* const* argv) {
+  const std::optional<Options> options = ParseOptions(argc, argv);
+  if (!options) return kExitOk;
+  setLogFile(stderr);
+  setLogLevel(options->log_level);
+  const Answer answer = RunQuery(*options);
+  PrintAnswer(std::cout, answer, *options, WantsColour());
+  std::cout.flush();
+  if (!std::cout) throw Failure(kExitInternal, "standard output cannot be written");
+  return Judge(answer);
+}
+
+}  // namespace
+}  // namespace vt::tools
+
+int main(int argc, char** argv) {
+  try {
+    return vt::tools::Run(argc, argv);
+  } catch (const vt::tools::Failure& failure) {
+    vt::tools::Complain(failure.what());
+    return failure.code();
+  } catch (const std::exception& error) {
+    vt::tools::Complain(error.what());
+    return vt::tools::kExitInternal;
+  }
+}
