@@ -1,0 +1,1 @@
+// Nothing but the anchor of the precompiled header that the test programs share.

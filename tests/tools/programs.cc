@@ -1,0 +1,292 @@
+#include "tests/tools/programs.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace vt::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string ProgramPath(const std::string& name) {
+  return std::string(VT_PROGRAM_DIR) + "/" + name;
+}
+
+struct Channel {
+  int read_end;
+  int write_end;
+};
+
+Channel OpenPipe() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe2 failed");
+  return {ends[0], ends[1]};
+}
+
+// OpenTerminal is a pseudo terminal: what the program writes to one end comes out of the other.
+Channel OpenTerminal() {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
+    throw std::runtime_error("no pseudo terminal");
+  }
+  std::array<char, 128> name{};
+  if (ptsname_r(master, name.data(), name.size()) != 0) throw std::runtime_error("ptsname_r");
+  const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (slave < 0) throw std::runtime_error("the terminal cannot be opened");
+  return {master, slave};
+}
+
+// The environment of the test, without what configures voltaris and the terminal, and with what the
+// test adds.
+std::vector<std::string> ChildEnvironment(const Environment& added) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string text = *variable;
+    const std::string name = text.substr(0, text.find('='));
+    const bool configures = name.starts_with("VOLTARIS_") || name == "NO_COLOR" || name == "TERM";
+    if (!configures && !added.contains(name)) variables.push_back(text);
+  }
+  for (const auto& [name, value] : added) variables.push_back(name + "=" + value);
+  return variables;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// Everything the child needs is made before the fork: after it, only system calls are safe.
+pid_t Spawn(const std::string& name, const std::vector<std::string>& arguments,
+            const Environment& environment, int out, int err) {
+  std::vector<std::string> words = {ProgramPath(name)};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = ChildEnvironment(environment);
+  const std::vector<char*> argv = Pointers(words);
+  const std::vector<char*> envp = Pointers(variables);
+  const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(nothing, STDIN_FILENO);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(127);
+  }
+  close(nothing);
+  if (pid < 0) throw std::runtime_error("fork failed");
+  return pid;
+}
+
+// ReadSome appends what is there to text and closes fd at its end. A terminal whose other end is
+// closed ends with EIO.
+void ReadSome(int& fd, std::string& text) {
+  std::array<char, 4096> buffer{};
+  const ssize_t got = read(fd, buffer.data(), buffer.size());
+  if (got > 0) {
+    text.append(buffer.data(), static_cast<std::size_t>(got));
+    return;
+  }
+  if (got < 0 && errno == EINTR) return;
+  close(fd);
+  fd = -1;
+}
+
+int ExitCode(int status) {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status);
+}
+
+}  // namespace
+
+const char kKeyHex[] = "000102030405060708090a0b0c0d0e0f10111213";
+
+Bytes KeyBytes() { return Hex(kKeyHex); }
+
+TempFolder::TempFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "voltaris-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempFolder::Write(const std::string& name, const std::string& content,
+                              mode_t mode) const {
+  const std::string file = path(name);
+  std::ofstream(file, std::ios::binary) << content;
+  if (chmod(file.c_str(), mode) != 0) throw std::runtime_error("chmod failed");
+  return file;
+}
+
+nlohmann::json Outcome::json() const {
+  nlohmann::json document = nlohmann::json::parse(out, nullptr, false);
+  if (document.is_discarded()) ADD_FAILURE() << "not JSON:\n" << out << "\nstderr:\n" << err;
+  return document;
+}
+
+Program::Program(const std::string& name, const std::vector<std::string>& arguments,
+                 const Environment& environment, Terminal terminal) {
+  const Channel out = terminal == Terminal::kOutput ? OpenTerminal() : OpenPipe();
+  const Channel err = OpenPipe();
+  pid_ = Spawn(name, arguments, environment, out.write_end, err.write_end);
+  close(out.write_end);
+  close(err.write_end);
+  out_ = out.read_end;
+  err_ = err.read_end;
+}
+
+Program::~Program() {
+  if (pid_ > 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  if (out_ >= 0) close(out_);
+  if (err_ >= 0) close(err_);
+}
+
+void Program::Signal(int number) const { kill(pid_, number); }
+
+void Program::ReadOutput(bool until_line) {
+  const Clock::time_point end = Clock::now() + kProgramPatience;
+  while (out_ >= 0 || err_ >= 0) {
+    if (until_line && out_text_.find('\n', lines_end_) != std::string::npos) return;
+    std::array<pollfd, 2> watched = {pollfd{out_, POLLIN, 0}, pollfd{err_, POLLIN, 0}};
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+    if (left <= 0 || poll(watched.data(), watched.size(), static_cast<int>(left)) == 0) {
+      ADD_FAILURE() << "a program did not come to its end; it wrote:\n" << out_text_ << err_text_;
+      return;
+    }
+    if (watched[0].revents != 0) ReadSome(out_, out_text_);
+    if (watched[1].revents != 0) ReadSome(err_, err_text_);
+  }
+}
+
+std::string Program::ReadLine() {
+  ReadOutput(true);
+  const std::size_t end = out_text_.find('\n', lines_end_);
+  if (end == std::string::npos) return {};
+  const std::string line = out_text_.substr(lines_end_, end - lines_end_);
+  lines_end_ = end + 1;
+  return line;
+}
+
+Outcome Program::Finish() {
+  ReadOutput(false);
+  // Output that is still open here belongs to a program that hangs.
+  if (out_ >= 0 || err_ >= 0) kill(pid_, SIGKILL);
+  int status = 0;
+  waitpid(pid_, &status, 0);
+  pid_ = -1;
+  return {ExitCode(status), out_text_, err_text_};
+}
+
+Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& environment,
+                 Terminal terminal) {
+  return Program("voltaris", arguments, environment, terminal).Finish();
+}
+
+namespace {
+
+std::vector<std::string> NodeArguments(const std::string& config,
+                                       const std::vector<std::string>& arguments) {
+  std::vector<std::string> all = {"--config", config, "--listen", "127.0.0.1:0"};
+  all.insert(all.end(), arguments.begin(), arguments.end());
+  return all;
+}
+
+}  // namespace
+
+Node::Node(const std::string& config, const std::vector<std::string>& arguments)
+    : program_("voltaris-node", NodeArguments(folder_.Write("fleet.toml", config), arguments)) {
+  const std::string greeting = "listening on 127.0.0.1:";
+  const std::string line = program_.ReadLine();
+  if (!line.starts_with(greeting)) {
+    const Outcome outcome = program_.Finish();
+    throw std::runtime_error("the node did not start: " + line + outcome.err);
+  }
+  port_ = static_cast<std::uint16_t>(std::stoul(line.substr(greeting.size())));
+}
+
+std::string Node::address() const { return "127.0.0.1:" + std::to_string(port_); }
+
+Outcome Node::Ask(std::vector<std::string> arguments, Environment environment) const {
+  environment.try_emplace("VOLTARIS_NODE", address());
+  environment.try_emplace("VOLTARIS_DOMAIN", "test");
+  return Voltaris(arguments, environment);
+}
+
+PeerConnection Node::Connect() const {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  PeerConnection connection(fd);
+  sockaddr_in peer{};
+  peer.sin_family = AF_INET;
+  peer.sin_port = htons(port_);
+  peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) != 0) {
+    throw std::runtime_error("cannot connect to the node");
+  }
+  return connection;
+}
+
+Outcome Node::Stop() {
+  program_.Signal(SIGTERM);
+  return program_.Finish();
+}
+
+std::string DeviceId(int number) {
+  std::string digits = std::to_string(number);
+  return "device" + std::string(26 - digits.size(), '0') + digits;
+}
+
+std::string DeviceToml::Text() const {
+  std::string vector;
+  for (int i = 0; i <= 10; ++i) vector += (i == 0 ? "" : ", ") + std::to_string(i * step);
+  return "[[device]]\nid = \"" + DeviceId(number) + "\"\nentity = " + std::to_string(entity) +
+         "\nname = \"" + name + "\"\nrole = \"" + role + "\"\nkeywords = [" + keywords +
+         "]\nimportance = " + std::to_string(importance) + "\nlevel = " + std::to_string(level) +
+         "\nunits = " + std::to_string(units) + "\nusage_vector = [" + vector + "]\n" + more + "\n";
+}
+
+std::string NodeToml(const std::vector<DeviceToml>& devices) {
+  std::string text = "[node]\nid = \"" + DeviceId(0) +
+                     "\"\ndomain = \"test\"\nname = \"test-node\"\nrole = \"node\"\n\n";
+  for (const DeviceToml& device : devices) text += device.Text();
+  return text;
+}
+
+std::vector<Bytes> SplitPdus(const Bytes& stream) {
+  constexpr std::size_t header = 80;
+  constexpr std::size_t tlv_bytes_offset = 76;
+  std::vector<Bytes> messages;
+  std::size_t start = 0;
+  while (start < stream.size()) {
+    std::size_t size = stream.size() - start;
+    if (size >= header) {
+      const std::size_t at = start + tlv_bytes_offset;
+      size = std::min(size, header + static_cast<std::size_t>(stream[at] << 8 | stream[at + 1]));
+    }
+    const auto first = stream.begin() + static_cast<std::ptrdiff_t>(start);
+    messages.emplace_back(first, first + static_cast<std::ptrdiff_t>(size));
+    start += size;
+  }
+  return messages;
+}
+
+}  // namespace vt::testing

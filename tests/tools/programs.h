@@ -1,0 +1,140 @@
+// The two programs, run as an operator runs them: as processes, with their real arguments, over
+// real connections on 127.0.0.1. Every wait ends: by what is waited for, or after kProgramPatience.
+#ifndef VT_TESTS_TOOLS_PROGRAMS_H_
+#define VT_TESTS_TOOLS_PROGRAMS_H_
+
+#include <nlohmann/json.hpp>
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tests/harness/hex.h"
+#include "tests/harness/peer.h"
+
+namespace vt::testing {
+
+// kProgramPatience is reached only when something is broken; sanitizers make programs slow.
+inline constexpr std::chrono::seconds kProgramPatience{40};
+
+// TempFolder is a folder of its own that goes with all it holds.
+class TempFolder {
+ public:
+  TempFolder();
+  ~TempFolder();
+  TempFolder(const TempFolder&) = delete;
+  TempFolder& operator=(const TempFolder&) = delete;
+
+  // Write makes a file that only its owner may open, or one with the given mode, and returns its
+  // path.
+  std::string Write(const std::string& name, const std::string& content, mode_t mode = 0600) const;
+  std::string path(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+using Environment = std::map<std::string, std::string>;
+
+// Outcome is how a program ended and what it wrote. A signal that ended it is 1000 + its number.
+struct Outcome {
+  int exit_code = -1;
+  std::string out;
+  std::string err;
+
+  // json parses out, or fails the test.
+  nlohmann::json json() const;
+};
+
+enum class Terminal { kNone, kOutput };
+
+// Program is a running process of one of the programs. Variables of the environment that configure
+// voltaris are not inherited.
+class Program {
+ public:
+  Program(const std::string& name, const std::vector<std::string>& arguments,
+          const Environment& environment = {}, Terminal terminal = Terminal::kNone);
+  // The destructor kills what still runs.
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  pid_t pid() const { return pid_; }
+  // ReadLine waits for the next line of its standard output; empty when there is none.
+  std::string ReadLine();
+  void Signal(int number) const;
+  // Finish waits for the end of the process and of its output.
+  Outcome Finish();
+
+ private:
+  void ReadOutput(bool until_line);
+
+  pid_t pid_ = -1;
+  int out_ = -1;
+  int err_ = -1;
+  std::string out_text_;
+  std::string err_text_;
+  std::size_t lines_end_ = 0;
+};
+
+// Voltaris runs voltaris to its end.
+Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& environment = {},
+                 Terminal terminal = Terminal::kNone);
+
+// Node is a voltaris-node on a free port, with a configuration of its own.
+class Node {
+ public:
+  explicit Node(const std::string& config, const std::vector<std::string>& arguments = {});
+
+  std::uint16_t port() const { return port_; }
+  // address is 127.0.0.1:port.
+  std::string address() const;
+  // Ask runs voltaris against this node.
+  Outcome Ask(std::vector<std::string> arguments, Environment environment = {}) const;
+  // Connect makes a connection of its own.
+  PeerConnection Connect() const;
+  // Stop ends the node with SIGTERM.
+  Outcome Stop();
+  Program& program() { return program_; }
+
+ private:
+  TempFolder folder_;
+  Program program_;
+  std::uint16_t port_ = 0;
+};
+
+// DeviceId is a readable identity of 32 characters.
+std::string DeviceId(int number);
+
+// DeviceToml is a [[device]] of domain "test" with 11 usages 0, 1, .. 10 times step.
+struct DeviceToml {
+  int number = 1;
+  int entity = 1;
+  std::string name = "lamp-1";
+  std::string role = "lamp";
+  std::string keywords = "\"light\"";
+  int importance = 10;
+  int level = 10;
+  int units = 0;
+  int step = 1;
+  std::string more = {};
+
+  std::string Text() const;
+};
+
+// NodeToml is the [node] table, with the devices behind it.
+std::string NodeToml(const std::vector<DeviceToml>& devices);
+
+// KeyHex is a key as hexadecimal digits, KeyBytes the same as bytes.
+extern const char kKeyHex[];
+Bytes KeyBytes();
+
+// SplitPdus cuts a stream into its messages; what does not come out even is a last one.
+std::vector<Bytes> SplitPdus(const Bytes& stream);
+
+}  // namespace vt::testing
+
+#endif  // VT_TESTS_TOOLS_PROGRAMS_H_

@@ -1,0 +1,501 @@
+// voltaris as an operator meets it: what it prints, what it sends to standard error, and how it
+// ends.
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <future>
+#include <iterator>
+
+#include "tests/harness/pdu_image.h"
+#include "tests/harness/peer.h"
+#include "tests/tools/programs.h"
+
+namespace vt::testing {
+namespace {
+
+using ::testing::Test;
+
+// Three lamps, of which one is important and one far away, a heater in other units, and a meter.
+std::string HouseToml() {
+  return NodeToml({
+      {.number = 1, .name = "lamp-1", .keywords = "\"light\", \"floor1\"", .units = -1, .step = 6},
+      {.number = 2, .name = "lamp-2", .keywords = "\"light\", \"floor2\"", .level = 4, .step = 2},
+      {.number = 3, .name = "lamp-exit", .keywords = "\"light\"", .importance = 200, .step = 1},
+      {.number = 4,
+       .name = "heater",
+       .role = "heater",
+       .keywords = "",
+       .units = 3,
+       .step = 1,
+       .more = "usage = 7"},
+      {.number = 5, .name = "meter", .role = "meter", .step = 50, .more = "category = \"meter\""},
+  });
+}
+
+std::vector<std::string> Names(const nlohmann::json& document) {
+  std::vector<std::string> names;
+  for (const auto& row : document["rows"]) names.push_back(row["name"]);
+  return names;
+}
+
+using Strings = std::vector<std::string>;
+
+class VoltarisTest : public Test {
+ protected:
+  // Collect returns the names of the devices that a collect with these options shows.
+  Strings CollectNames(Strings options) {
+    options.insert(options.begin(), "collect");
+    options.insert(options.end(), {"-o", "json"});
+    return Names(node_.Ask(options).json());
+  }
+
+  Node node_{HouseToml()};
+};
+
+TEST_F(VoltarisTest, CollectShowsATableOfDeviceEntityNameUsageAndLevel) {
+  const Outcome outcome = node_.Ask({"collect"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_EQ(outcome.out,
+            "device                            entity  name    usage (W)  level\n"
+            "device00000000000000000000000001       1  lamp-1          6     10\n"
+            "device00000000000000000000000002       1  lamp-2          8      4\n"
+            "device00000000000000000000000004       1  heater       7000     10\n"
+            "device00000000000000000000000005       1  meter         500     10\n"
+            "4 rows; 4 accepted, 1 refused\n");
+}
+
+TEST_F(VoltarisTest, DecimalPointsOfATableStandBelowEachOther) {
+  ASSERT_EQ(node_.Ask({"set", "--name", "lamp-1", "level=3"}).exit_code, 0);
+  const Outcome outcome = node_.Ask({"collect", "usage", "name", "--role", "lamp"});
+  EXPECT_EQ(outcome.out,
+            "device                            entity  usage (W)  name\n"
+            "device00000000000000000000000001       1        1.8  lamp-1\n"
+            "device00000000000000000000000002       1        8    lamp-2\n"
+            "2 rows; 2 accepted, 3 refused\n");
+}
+
+TEST_F(VoltarisTest, JsonTellsUsageAsItCameAndInWatts) {
+  const nlohmann::json document = node_.Ask({"collect", "-o", "json"}).json();
+  EXPECT_EQ(document["command"], "collect");
+  EXPECT_EQ(document["node"], node_.address());
+  EXPECT_EQ(document["domain"], "test");
+  EXPECT_EQ(document["accepted"], 4);
+  EXPECT_EQ(document["refused"], 1);
+  EXPECT_EQ(document["complete"], true);
+  ASSERT_EQ(document["rows"].size(), 4u);
+  const nlohmann::json lamp = {
+      {"device", DeviceId(1)}, {"entity", 1},        {"name", "lamp-1"}, {"usage", 60},
+      {"usage_units", -1},     {"usage_watts", 6.0}, {"level", 10}};
+  EXPECT_EQ(document["rows"][0], lamp);
+}
+
+TEST_F(VoltarisTest, CsvQuotesFieldsWithCommas) {
+  const Outcome outcome =
+      node_.Ask({"collect", "name", "keywords", "usage", "--name", "lamp-1", "-o", "csv"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out, "device,entity,name,keywords,usage_watts\n" + DeviceId(1) +
+                             ",1,lamp-1,\"light,floor1\",6\n");
+}
+
+TEST_F(VoltarisTest, EveryAttributeThatADeviceKnowsIsShown) {
+  const nlohmann::json document =
+      node_
+          .Ask({"collect", "role", "domain", "units", "importance", "-a",
+                "address,delta-vector,caliber", "-a", "usage-vector", "-a", "category", "--name",
+                "lamp-2", "-o", "json"})
+          .json();
+  ASSERT_EQ(document["rows"].size(), 1u);
+  const nlohmann::json row = document["rows"][0];
+  EXPECT_EQ(row["role"], "lamp");
+  EXPECT_EQ(row["domain"], "test");
+  EXPECT_EQ(row["units"], 0);
+  EXPECT_EQ(row["importance"], 10);
+  EXPECT_EQ(row["address"], node_.address());
+  EXPECT_EQ(row["caliber"], "presumed");
+  EXPECT_EQ(row["category"], "consumer");
+  EXPECT_EQ(row["usage_vector"], nlohmann::json({0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20}));
+  EXPECT_EQ(row["delta_vector"], nlohmann::json({-8, -6, -4, -2, 0, 2, 4, 6, 8, 10, 12}));
+  EXPECT_EQ(row["delta_vector_units"], 0);
+}
+
+TEST_F(VoltarisTest, AnAttributeThatNoDeviceKnowsIsAbsent) {
+  const Outcome table = node_.Ask({"collect", "entity-type", "--name", "lamp-1"});
+  EXPECT_EQ(table.exit_code, 0);
+  EXPECT_NE(table.out.find("1  -\n"), std::string::npos) << table.out;
+  const nlohmann::json document =
+      node_.Ask({"collect", "entity-type", "--name", "lamp-1", "-o", "json"}).json();
+  ASSERT_EQ(document["rows"].size(), 1u);
+  EXPECT_TRUE(document["rows"][0]["entity_type"].is_null());
+}
+
+TEST_F(VoltarisTest, ASetIsVisibleInTheNextCollect) {
+  const nlohmann::json set = node_.Ask({"set", "--role", "lamp", "level=3", "-o", "json"}).json();
+  ASSERT_EQ(set["rows"].size(), 2u);
+  EXPECT_EQ(set["rows"][0]["name"], "lamp-1");
+  EXPECT_EQ(set["rows"][0]["level"], 3);
+  EXPECT_EQ(set["rows"][0]["usage_watts"], 1.8);
+  EXPECT_EQ(set["accepted"], 2);
+  EXPECT_EQ(set["refused"], 3);
+
+  const nlohmann::json after = node_.Ask({"collect", "-o", "json"}).json();
+  EXPECT_EQ(after["rows"][0]["level"], 3);
+  EXPECT_EQ(after["rows"][0]["usage_watts"], 1.8);
+  EXPECT_EQ(after["rows"][1]["level"], 3);
+  EXPECT_EQ(after["rows"][1]["usage_watts"], 6.0);
+  EXPECT_EQ(after["rows"][2]["level"], 10) << "the heater is no lamp";
+}
+
+TEST_F(VoltarisTest, SetChangesTextsAndImportance) {
+  const Outcome outcome = node_.Ask({"set", "--name", "lamp-1", "name=desk lamp", "role=desk",
+                                     "keywords=light,new", "importance=30"});
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  const nlohmann::json row = node_
+                                 .Ask({"collect", "name", "role", "keywords", "importance", "--id",
+                                       DeviceId(1), "-o", "json"})
+                                 .json()["rows"][0];
+  EXPECT_EQ(row["name"], "desk lamp");
+  EXPECT_EQ(row["role"], "desk");
+  EXPECT_EQ(row["keywords"], "light,new");
+  EXPECT_EQ(row["importance"], 30);
+}
+
+TEST_F(VoltarisTest, SumAddsUpDevicesOfDifferentUnits) {
+  // 6 W, 8 W and 7 kW; the important lamp refuses, and the meter is no consumer.
+  const nlohmann::json document = node_.Ask({"sum", "-o", "json"}).json();
+  ASSERT_EQ(document["rows"].size(), 1u);
+  EXPECT_EQ(document["rows"][0]["device"], DeviceId(0)) << "the node itself answers";
+  EXPECT_EQ(document["rows"][0]["usage_watts"], 7014.0);
+  EXPECT_EQ(document["accepted"], 3);
+}
+
+TEST_F(VoltarisTest, SumOfARoleLeavesTheOthersOut) {
+  const Outcome outcome = node_.Ask({"sum", "--role", "lamp"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out,
+            "device                            entity  usage (W)\n"
+            "device00000000000000000000000000       1         14\n"
+            "1 row; 2 accepted, 3 refused\n");
+}
+
+TEST_F(VoltarisTest, SumOfChangesComesWithTheUsage) {
+  const nlohmann::json row =
+      node_.Ask({"sum", "usage", "delta-vector", "--role", "lamp", "-o", "json"}).json()["rows"][0];
+  EXPECT_EQ(row["usage_watts"], 14.0);
+  // lamp-1 uses 0.6 W a level and 6 W now, lamp-2 2 W a level and 8 W now.
+  EXPECT_EQ(row["delta_vector_watts"][0], -14.0);
+  EXPECT_EQ(row["delta_vector_watts"][4], -3.6);
+  EXPECT_EQ(row["delta_vector_watts"][10], 12.0);
+}
+
+TEST_F(VoltarisTest, NamesAndRolesSelectDevicesAlsoByAStarAtTheirEnd) {
+  EXPECT_EQ(CollectNames({"--name", "lamp*"}), (Strings{"lamp-1", "lamp-2"}));
+  EXPECT_EQ(CollectNames({"--name", "lamp"}), Strings{});
+  EXPECT_EQ(CollectNames({"--role", "heater", "--role", "meter"}), (Strings{"heater", "meter"}));
+  EXPECT_EQ(CollectNames({"--role", "lamp", "--name", "heater"}), Strings{});
+}
+
+TEST_F(VoltarisTest, KeywordsAreAlternatives) {
+  EXPECT_EQ(CollectNames({"--keyword", "floor1"}), Strings{"lamp-1"});
+  EXPECT_EQ(CollectNames({"--keyword", "floor1", "--keyword", "floor2"}),
+            (Strings{"lamp-1", "lamp-2"}));
+}
+
+TEST_F(VoltarisTest, AnIdSelectsOneDevice) {
+  EXPECT_EQ(CollectNames({"--id", DeviceId(4)}), Strings{"heater"});
+}
+
+TEST_F(VoltarisTest, APriorityBelowTheImportanceIsRefused) {
+  EXPECT_EQ(CollectNames({"--priority", "200", "--name", "lamp-exit"}), Strings{"lamp-exit"});
+  const Outcome refused = node_.Ask({"collect", "--name", "lamp-exit", "--priority", "199"});
+  EXPECT_EQ(refused.exit_code, 1);
+  EXPECT_EQ(refused.out, "0 rows; 0 accepted, 5 refused\n");
+  EXPECT_NE(refused.err.find("no device accepted"), std::string::npos) << refused.err;
+}
+
+TEST_F(VoltarisTest, CategoriesSelectMeters) {
+  EXPECT_EQ(CollectNames({"--category", "meter"}), Strings{"meter"});
+  EXPECT_EQ(CollectNames({"--category", "consumer"}), (Strings{"lamp-1", "lamp-2", "heater"}));
+  const nlohmann::json sum = node_.Ask({"sum", "--category", "meter", "-o", "json"}).json();
+  EXPECT_EQ(sum["rows"][0]["usage_watts"], 500.0);
+}
+
+TEST_F(VoltarisTest, NothingAnswersInAnotherDomain) {
+  const Outcome outcome = node_.Ask({"collect", "--domain", "elsewhere"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.out, "0 rows; 0 accepted, 0 refused\n");
+  EXPECT_NE(outcome.err.find("nothing answered"), std::string::npos) << outcome.err;
+}
+
+TEST_F(VoltarisTest, TheEnvironmentStandsInForOptionsAndOptionsWin) {
+  EXPECT_EQ(node_.Ask({"collect"}, {{"VOLTARIS_DOMAIN", "elsewhere"}}).exit_code, 1);
+  EXPECT_EQ(
+      node_.Ask({"collect", "--domain", "test"}, {{"VOLTARIS_DOMAIN", "elsewhere"}}).exit_code, 0);
+  EXPECT_EQ(
+      Voltaris({"--domain", "test", "collect", "--port", std::to_string(node_.port())}).exit_code,
+      0);
+}
+
+TEST_F(VoltarisTest, LogLinesGoToStandardError) {
+  const Outcome outcome = node_.Ask({"collect", "-o", "json", "--log-level", "debug"});
+  EXPECT_NE(outcome.err.find("voltaris_createQuery: new Query (class=1, action=2, pri=100)"),
+            std::string::npos)
+      << outcome.err;
+  EXPECT_EQ(outcome.json()["rows"].size(), 4u);
+}
+
+TEST_F(VoltarisTest, ColoursAreForTerminalsAndNotWithNoColor) {
+  const std::string bold = "\033[1m";
+  const Environment terminal = {
+      {"TERM", "xterm"}, {"VOLTARIS_NODE", node_.address()}, {"VOLTARIS_DOMAIN", "test"}};
+  Environment no_colour = terminal;
+  no_colour["NO_COLOR"] = "1";
+  EXPECT_NE(Voltaris({"collect"}, terminal, Terminal::kOutput).out.find(bold), std::string::npos);
+  EXPECT_EQ(Voltaris({"collect"}, no_colour, Terminal::kOutput).out.find(bold), std::string::npos);
+  EXPECT_EQ(Voltaris({"collect"}, terminal).out.find(bold), std::string::npos);
+}
+
+TEST(VoltarisCommandLine, WrongUsageIsExitCodeTwoAndSaysWhy) {
+  const struct {
+    Strings arguments;
+    std::string reason;
+  } cases[] = {
+      {{}, "subcommand"},
+      {{"collect", "--no-such-option"}, "--no-such-option"},
+      {{"collect", "colour"}, "there is no attribute 'colour'"},
+      {{"sum", "name"}, "not of 'name'"},
+      {{"set"}, "assignment"},
+      {{"set", "level"}, "attribute=value"},
+      {{"set", "usage=3"}, "cannot be set"},
+      {{"set", "level=11"}, "from 0 to 10"},
+      {{"set", "level=-1"}, "from 0 to 10"},
+      {{"set", "level=3", "level=4"}, "more than once"},
+      {{"set", "name="}, "must not be empty"},
+      {{"set", "name=a*"}, "letters, digits"},
+      {{"set", "name=" + std::string(255, 'n')}, "at most 254"},
+      {{"collect", "--node", "localhost"}, "IPv4"},
+      {{"collect", "--node", "127.0.0.1:70000"}, "the port"},
+      {{"collect", "--identity", "short"}, "36 characters"},
+      {{"collect", "--id", "short"}, "32 characters"},
+      {{"collect", "--priority", "256"}, "--priority"},
+      {{"collect", "--timeout", "0"}, "--timeout"},
+      {{"collect", "--log-level", "loud"}, "log level"},
+      {{"collect", "-o", "xml"}, "table, json or csv"},
+      {{"collect", "--category", "pet"}, "category"},
+      {{"collect", "--name", std::string(1400, 'n')}, "1400 bytes"},
+      {{"collect", "--key-file", "/nonexistent/key"}, "/nonexistent/key"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = Voltaris(c.arguments);
+    EXPECT_EQ(outcome.exit_code, 2) << c.reason;
+    EXPECT_EQ(outcome.out, "") << c.reason;
+    EXPECT_NE(outcome.err.find(c.reason), std::string::npos) << outcome.err;
+  }
+}
+
+TEST(VoltarisCommandLine, HelpHasExamplesAndExitCodes) {
+  for (const Strings& arguments : {Strings{"--help"}, Strings{"collect", "--help"},
+                                   Strings{"set", "--help"}, Strings{"sum", "--help"}}) {
+    const Outcome outcome = Voltaris(arguments);
+    EXPECT_EQ(outcome.exit_code, 0);
+    EXPECT_NE(outcome.out.find("Examples:"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("Exit codes: 0"), std::string::npos) << outcome.out;
+  }
+}
+
+TEST(VoltarisCommandLine, VersionNamesTheLibrary) {
+  const Outcome outcome = Voltaris({"--version"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out, "voltaris, libvtapi -2.0.136\n");
+}
+
+TEST(VoltarisConnection, ANodeThatIsNotThereIsExitCodeThree) {
+  const std::string node = "127.0.0.1:" + std::to_string(UnusedPort());
+  const Outcome outcome = Voltaris({"collect", "--node", node});
+  EXPECT_EQ(outcome.exit_code, 3);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_NE(outcome.err.find("cannot send the query to " + node), std::string::npos) << outcome.err;
+}
+
+TEST(VoltarisConnection, ANodeThatStaysSilentEndsWithTheTimeout) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    connection.ReadPdu();
+    connection.WaitForClose();
+  });
+  const Outcome outcome =
+      Voltaris({"collect", "--port", std::to_string(peer.port()), "--timeout", "1"});
+  EXPECT_EQ(outcome.exit_code, 4);
+  EXPECT_NE(outcome.err.find("the time was up"), std::string::npos) << outcome.err;
+  EXPECT_TRUE(peer.Join());
+}
+
+TEST(VoltarisConnection, ANodeThatStallsInsideAMessageEndsWithTheTimeout) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    connection.ReadPdu();
+    connection.Send(Bytes(40, 0));
+    connection.WaitForClose();
+  });
+  const Outcome outcome =
+      Voltaris({"collect", "--port", std::to_string(peer.port()), "--timeout", "1"});
+  EXPECT_EQ(outcome.exit_code, 4);
+  EXPECT_TRUE(peer.Join());
+}
+
+TEST(VoltarisConnection, AResetIsAnIncompleteAnswer) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    connection.ReadPdu();
+    connection.Reset();
+  });
+  const Outcome outcome =
+      Voltaris({"collect", "--port", std::to_string(peer.port()), "-o", "json"});
+  EXPECT_EQ(outcome.exit_code, 4);
+  EXPECT_EQ(outcome.json()["complete"], false);
+  EXPECT_NE(outcome.err.find("Connection reset"), std::string::npos) << outcome.err;
+}
+
+// Reply returns a signed result with one attribute of entity 1 of a device.
+Bytes Reply(const Bytes& key, const Bytes& query, std::uint32_t type, const Bytes& value) {
+  PduImage image;
+  image.shipment = 1;
+  image.cls = query[73];
+  image.action = static_cast<std::uint16_t>(query[74] << 8 | query[75]);
+  image.elements = {Element(0x80000000u | type, 0,
+                            Cat({DeviceHeader(std::string(31, 'd')), U32(1), U32(1), value}))};
+  return image.Signed(key);
+}
+
+Outcome CollectFrom(ScriptedPeer& peer, const Strings& more) {
+  const TempFolder folder;
+  Strings arguments = {"collect", "--port", std::to_string(peer.port()), "--key-file",
+                       folder.Write("key", kKeyHex)};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return Voltaris(arguments);
+}
+
+TEST(VoltarisOutput, ControlCharactersFromTheNetworkDoNotReachTheTerminal) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    const Bytes query = connection.ReadPdu();
+    connection.Send(Reply(KeyBytes(), query, 9, Counted(Text("\x1b[31mred\n"))));
+  });
+  const Outcome outcome = CollectFrom(peer, {"name"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out.find('\x1b'), std::string::npos) << outcome.out;
+  EXPECT_NE(outcome.out.find("?[31mred?"), std::string::npos) << outcome.out;
+  // The identity ends in a zero byte and is shown as digits.
+  EXPECT_NE(outcome.out.find("6464646400"), std::string::npos) << outcome.out;
+}
+
+TEST(VoltarisOutput, TextThatIsNotUtf8IsStillJson) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    const Bytes query = connection.ReadPdu();
+    connection.Send(Reply(KeyBytes(), query, 9, Counted(Hex("6c ff 6d"))));
+  });
+  const Outcome outcome = CollectFrom(peer, {"name", "-o", "json"});
+  EXPECT_EQ(outcome.json()["rows"][0]["name"], "l\xEF\xBF\xBDm");
+}
+
+TEST(VoltarisOutput, UsageWithoutUnitsHasNoWatts) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    const Bytes query = connection.ReadPdu();
+    connection.Send(Reply(KeyBytes(), query, 13, U16(500)));
+  });
+  const nlohmann::json row = CollectFrom(peer, {"usage", "-o", "json"}).json()["rows"][0];
+  EXPECT_EQ(row["usage"], 500);
+  EXPECT_TRUE(row["usage_units"].is_null());
+  EXPECT_TRUE(row["usage_watts"].is_null());
+}
+
+TEST(VoltarisOutput, ARefusalThatNamesAnEntityIsNoRow) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    const Bytes query = connection.ReadPdu();
+    Bytes refusal = Reply(KeyBytes(), query, 42, {});
+    refusal[69] = 0xFE;  // will not answer
+    connection.Send(Sign(refusal, KeyBytes()));
+  });
+  const Outcome outcome = CollectFrom(peer, {"-o", "json"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.json()["rows"].size(), 0u);
+  EXPECT_EQ(outcome.json()["refused"], 1);
+}
+
+TEST(VoltarisOutput, AnAnswerOfAnotherKeyIsIgnored) {
+  ScriptedPeer peer([](PeerConnection& connection) {
+    const Bytes query = connection.ReadPdu();
+    connection.Send(Reply(Bytes(20, 7), query, 9, Counted(Text("forged"))));
+  });
+  const Outcome outcome = CollectFrom(peer, {"name"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.out.find("forged"), std::string::npos) << outcome.out;
+}
+
+TEST(VoltarisKey, RawBytesAndDigitsAreTheSameKey) {
+  const TempFolder folder;
+  const Bytes raw = KeyBytes();
+  const std::string digits = folder.Write("digits", std::string(kKeyHex) + "\n");
+  const std::string bytes = folder.Write("bytes", std::string(raw.begin(), raw.end()));
+  const Node node(NodeToml({DeviceToml{}}), {"--key-file", digits});
+  EXPECT_EQ(node.Ask({"collect", "--key-file", bytes}).exit_code, 0);
+  EXPECT_EQ(node.Ask({"collect"}, {{"VOLTARIS_KEY_FILE", digits}}).exit_code, 0);
+}
+
+TEST(VoltarisKey, AFileThatHoldsNoKeyIsRefused) {
+  const TempFolder folder;
+  for (const std::string& content :
+       {std::string(), std::string("too short"), std::string(39, 'a'), std::string(41, 'a'),
+        std::string(39, 'a') + "g", std::string(21, '\0'), std::string(1000, 'a')}) {
+    const Outcome outcome = Voltaris({"collect", "--key-file", folder.Write("key", content)});
+    EXPECT_EQ(outcome.exit_code, 2) << content.size();
+    EXPECT_NE(outcome.err.find("20 raw bytes or 40 hexadecimal digits"), std::string::npos)
+        << outcome.err;
+  }
+}
+
+TEST(VoltarisKey, AFileThatOthersMayReadIsUsedWithAWarning) {
+  const TempFolder folder;
+  const std::string file = folder.Write("key", kKeyHex, 0644);
+  const Node node(NodeToml({DeviceToml{}}), {"--key-file", folder.Write("own", kKeyHex)});
+  const Outcome outcome = node.Ask({"collect", "--key-file", file});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.err.find("chmod 600"), std::string::npos) << outcome.err;
+}
+
+TEST(VoltarisKey, ThereIsNoOptionThatTakesAKeyItself) {
+  const Outcome outcome = Voltaris({"collect", "--key", kKeyHex});
+  EXPECT_EQ(outcome.exit_code, 2);
+}
+
+std::string ProcFile(pid_t pid, const std::string& name) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(VoltarisKey, TheKeyStandsInNoCommandLineAndNoEnvironment) {
+  const TempFolder folder;
+  const std::string file = folder.Write("key", kKeyHex);
+  Node node(NodeToml({DeviceToml{}}), {"--key-file", file});
+  std::string cmdline;
+  std::string environment;
+  {
+    std::promise<pid_t> running;
+    ScriptedPeer peer([&](PeerConnection& connection) {
+      connection.ReadPdu();
+      // The program waits for an answer now, with its key read.
+      const pid_t pid = running.get_future().get();
+      cmdline = ProcFile(pid, "cmdline");
+      environment = ProcFile(pid, "environ");
+    });
+    Program program("voltaris", {"collect", "--key-file", file, "--node",
+                                 "127.0.0.1:" + std::to_string(peer.port())});
+    running.set_value(program.pid());
+    program.Finish();
+    EXPECT_TRUE(peer.Join());
+  }
+  EXPECT_NE(cmdline.find(file), std::string::npos) << "the look at the process came too late";
+  EXPECT_EQ(cmdline.find(kKeyHex), std::string::npos);
+  EXPECT_EQ(environment.find(kKeyHex), std::string::npos);
+  EXPECT_EQ(ProcFile(node.program().pid(), "cmdline").find(kKeyHex), std::string::npos);
+}
+
+}  // namespace
+}  // namespace vt::testing
