@@ -206,7 +206,6 @@ std::uint32_t vtn_getDomainFromPayload(const void* payload, std::uint32_t len) {
   for (;;) {
     std::uint32_t type = 0;
     std::uint32_t length = 0;
-    if (in.remaining() < VT_TLV_HEADER_SIZE) return 0;
     if (!in.Read(type) || !in.Read(length) || !in.Skip(sizeof(std::uint32_t))) return 0;
     if (type == CV_CORVANE_TLV_TYPE_DOMAIN) {
       std::uint32_t domain = 0;

@@ -19,13 +19,13 @@ entity_node* FirstEntity(const device_node& device) {
   return static_cast<entity_node*>(static_cast<void*>(device.entities.head));
 }
 
-// Advance moves the cursors to the next row. Deliberate: both are null behind the last, which makes
-// the walk begin anew.
+// Advance moves the cursors to the next row. Both are null or neither is. Deliberate: they are null
+// behind the last row, which makes the walk begin anew.
 void Advance(ResultSet& result) {
-  if (result.device_cursor == nullptr && result.entity_cursor == nullptr) {
+  if (result.entity_cursor == nullptr) {
     result.device_cursor = FirstDevice(result);
     if (result.device_cursor != nullptr) result.entity_cursor = FirstEntity(*result.device_cursor);
-  } else if (result.entity_cursor != nullptr) {
+  } else {
     result.entity_cursor = result.entity_cursor->next;
   }
   while (result.entity_cursor == nullptr && result.device_cursor != nullptr) {
@@ -75,7 +75,7 @@ extern "C" {
 
 ResultRow* voltaris_getNextRow(ResultSet* result) {
   Advance(*result);
-  if (result->device_cursor == nullptr || result->entity_cursor == nullptr) return nullptr;
+  if (result->entity_cursor == nullptr) return nullptr;
   aggregated_value* device = result->device_cursor->key;
   shared_row = {device, SenderOf(device->device), result->entity_cursor->entity_index,
                 &result->entity_cursor->attributes, result->domain};

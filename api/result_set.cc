@@ -42,8 +42,9 @@ void LogAcknowledgement(const aggregated_value& aggregate) {
   if (aggregate.device.data != nullptr && aggregate.device.data_len >= kUpToAddress) {
     std::memcpy(&sender, aggregate.device.data, kUpToAddress);
   }
-  VT_LOG_AS(kDebug, "add_acks", "got AGGREGATE ACK type from %s, device: %s, count: %d",
-            inet_ntoa(sender.sin_addr), identity.data(), aggregate.entry_count);
+  vt::support::LogLine(vt::support::Level::kDebug, "add_acks",
+                       "got AGGREGATE ACK type from %s, device: %s, count: %d",
+                       inet_ntoa(sender.sin_addr), identity.data(), aggregate.entry_count);
 }
 
 void AddEntries(const aggregated_value& aggregate, ResultSet* result,

@@ -12,10 +12,10 @@
 
 namespace vt::codec {
 
-// NewBlock returns n bytes, or null; NewZeroedBlock returns them zero-filled. A block of 0 bytes is
-// not null.
+// NewBlock returns n bytes, or null; a block of 0 bytes is not null. NewZeroedBlock returns n
+// bytes, which are at least one, zero-filled.
 [[nodiscard]] inline void* NewBlock(std::size_t n) { return support::AllocateBytes(n).release(); }
-[[nodiscard]] inline void* NewZeroedBlock(std::size_t n) { return std::calloc(1, n != 0 ? n : 1); }
+[[nodiscard]] inline void* NewZeroedBlock(std::size_t n) { return std::calloc(1, n); }
 
 template <class T>
 [[nodiscard]] T* NewRecord() {

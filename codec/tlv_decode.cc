@@ -128,9 +128,9 @@ extern "C" Tlv* cv_create_tlv_from_raw_buf(std::int32_t* remaining, std::uint8_t
   using namespace vt::codec;  // NOLINT(google-build-using-namespace): the one function of this file
   Reader in = InputOf(*cursor, *remaining);
   ElementHeader header{};
-  if (in.remaining() < VT_TLV_HEADER_SIZE) return nullptr;
-  if (!in.Read(header.type) || !in.Read(header.length) || !in.Read(header.qualifier))
+  if (!in.Read(header.type) || !in.Read(header.length) || !in.Read(header.qualifier)) {
     return nullptr;
+  }
   *remaining = ClampedDifference(*remaining, header.length);
   if (header.length < VT_TLV_HEADER_SIZE) return nullptr;
   Bytes value;

@@ -84,7 +84,7 @@ constexpr std::array<TypeRow, VT_TLV_TYPE_COUNT> kRows = {{
     {VT_TLV_USAGE_CATEGORY, &kInt32, 4, VT_ATTRIBUTE_USAGE_CATEGORY},
 }};
 
-constexpr bool RowsStandAtTheirNumbers() {
+consteval bool RowsStandAtTheirNumbers() {
   for (std::uint32_t i = 0; i < kRows.size(); ++i) {
     if (kRows[i].number != i || kRows[i].kind == nullptr) return false;
   }

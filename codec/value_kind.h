@@ -158,7 +158,7 @@ template <class T>
 using IntegerKind = RecordKind<Integer<T>, T>;
 
 template <class Kind>
-constexpr ValueKind MakeKind(ValueKind::NullPlain null_plain = ValueKind::NullPlain::kNothing,
+consteval ValueKind MakeKind(ValueKind::NullPlain null_plain = ValueKind::NullPlain::kNothing,
                              bool has_value = true) {
   return {Kind::Decode,  Kind::Encode, Kind::Size, Kind::Clone,
           Kind::Release, null_plain,   has_value};

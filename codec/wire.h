@@ -40,24 +40,27 @@ inline std::uint32_t TextLength(const char* text) {
 
 // ReadText takes len bytes as a new zero-terminated text.
 inline Status ReadText(Reader& in, std::size_t len, char*& out) {
-  if (len > in.remaining()) return Status::kShortInput;
+  Reader behind = in;
+  Bytes bytes;
+  if (!behind.Take(len, bytes)) return Status::kShortInput;
   auto* text = static_cast<char*>(NewBlock(len + 1));
   if (text == nullptr) return Status::kNoMemory;
-  Bytes bytes;
-  if (in.Take(len, bytes) && len != 0) std::memcpy(text, bytes.data(), len);
+  if (len != 0) std::memcpy(text, bytes.data(), len);
   text[len] = '\0';
   out = text;
+  in = behind;
   return Status::kOk;
 }
 
 // ReadBlock takes len bytes as a new block, which is not null even for len 0.
 inline Status ReadBlock(Reader& in, std::size_t len, void*& out) {
-  if (len > in.remaining()) return Status::kShortInput;
-  void* block = NewBlock(len);
-  if (block == nullptr) return Status::kNoMemory;
+  Reader behind = in;
   Bytes bytes;
-  if (in.Take(len, bytes) && len != 0) std::memcpy(block, bytes.data(), len);
+  if (!behind.Take(len, bytes)) return Status::kShortInput;
+  void* block = CopyBlock(bytes.data(), len);
+  if (block == nullptr) return Status::kNoMemory;
   out = block;
+  in = behind;
   return Status::kOk;
 }
 

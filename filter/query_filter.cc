@@ -1,4 +1,5 @@
 // The decision whether a received query is meant for an endpoint.
+#include <algorithm>
 #include <cstring>
 #include <span>
 #include <string_view>
@@ -61,7 +62,7 @@ int PassesTextFilter(const Event* ev, std::uint32_t type, const char* own) {
 // TakeItem cuts the next item off a keyword list; the last one may lack its zero byte.
 std::string_view TakeItem(std::string_view& list) {
   const std::size_t end = list.find('\0');
-  const std::string_view item = list.substr(0, end);
+  const std::string_view item(list.data(), std::min(end, list.size()));
   list.remove_prefix(end != std::string_view::npos ? end + 1 : list.size());
   return item;
 }

@@ -1,6 +1,7 @@
 // A received wire image turned into headers and elements, and the check of its digest.
 #include "protocol/event_decode.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -94,8 +95,17 @@ void DropHalfDecoded(Event& ev) {
   ev.sec = nullptr;
 }
 
+int FailElements(Event& ev) {
+  VT_LOG_AS(kTrace, "cv_unpack_event", "Cant unpack payload tlvs");
+  DropHalfDecoded(ev);
+  return Fail(ev, kFailed);
+}
+
 int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
-  const std::uint32_t count = ev.pak->tlv_count;
+  // No memory for more elements than there can be. Of a count beyond that, one slot more is enough:
+  // its element is missing, and what stands before it is decoded and reported on as ever.
+  const std::uint32_t possible = ev.pak->tlv_bytes / VT_TLV_HEADER_SIZE;
+  const std::uint32_t count = std::min<std::uint32_t>(ev.pak->tlv_count, possible + 1);
   ev.tlvs = static_cast<Tlv**>(std::calloc(count, sizeof(Tlv*)));
   if (ev.tlvs == nullptr) {
     // Deliberate: the one failure that leaves the state as it was.
@@ -105,16 +115,12 @@ int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
     return kFailed;
   }
   ev.tlv_capacity = count;
-  if (cv_unpack_tlvs(&ev) != 0) {
-    VT_LOG_AS(kTrace, "cv_unpack_event", "Cant unpack payload tlvs");
-    DropHalfDecoded(ev);
-    return Fail(ev, kFailed);
-  }
+  if (cv_unpack_tlvs(&ev) != 0) return FailElements(ev);
   ev.pak_valid = 1;
   ev.state = CV_EVENT_STATE_OK;
   const bool authentic = vtn_validateMessageHeader(&ev, key) != 0;
   verdict = authentic ? Verdict::kAuthentic : Verdict::kForged;
-  if (HighNibble(ev.raw[9]) != 0) DropImage(ev);
+  DropImage(ev);  // a checked image has served; without a digest to check, none gets here
   return kDecoded;
 }
 

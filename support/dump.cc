@@ -12,6 +12,7 @@ namespace {
 using vt::support::AddressBehind;
 using vt::support::Level;
 using vt::support::LogEnabled;
+using vt::support::LogLine;
 
 constexpr std::size_t kBytesPerLine = 16;
 constexpr std::size_t kTlvBytesOffset = 44;  // in the message header
@@ -49,7 +50,7 @@ class DumpLine {
   void Append(const char* format, T value) {
     // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): the formats are the literals above
     const int n = std::snprintf(text_.data() + used_, text_.size() - used_, format, value);
-    if (n > 0) used_ = std::min(used_ + static_cast<std::size_t>(n), text_.size() - 1);
+    used_ = std::min(used_ + static_cast<std::size_t>(n), text_.size() - 1);
   }
 
   std::array<char, 136> text_{};
@@ -67,15 +68,16 @@ void voltaris_dump_pdu(const Event* ev) {
   const message_header& pak = *ev->pak;
   std::array<char, VT_IDENTITY_SIZE + 2> identity;
   voltaris_idtos(identity.data(), pak.voltarisid, VT_IDENTITY_SIZE + 1);
-  VT_LOG(kTrace, "Voltaris protocol message body >>");
-  VT_LOG(kTrace, "voltarisid: %s", identity.data());
-  VT_LOG(kTrace, "enc: %d comm: %d auth: %d digest len: %d", HighNibble(sec.byte1),
-         HighNibble(sec.byte9), LowNibble(sec.byte9), sec.digest_len);
-  VT_LOG(kTrace, "seq: %u ver: %d shipment: %d pri: %d type: %d", pak.seq, pak.ver, pak.shipment,
-         pak.pri, pak.type);
-  VT_LOG(kTrace, "app: %d class: %d action: %d ", pak.app, pak.class_, pak.action);
-  VT_LOG(kTrace, "bytes: %d, TLV bytes: %d TLV count: %d", ev->raw_len, pak.tlv_bytes,
-         pak.tlv_count);
+  LogLine(Level::kTrace, __func__, "Voltaris protocol message body >>");
+  LogLine(Level::kTrace, __func__, "voltarisid: %s", identity.data());
+  LogLine(Level::kTrace, __func__, "enc: %d comm: %d auth: %d digest len: %d",
+          HighNibble(sec.byte1), HighNibble(sec.byte9), LowNibble(sec.byte9), sec.digest_len);
+  LogLine(Level::kTrace, __func__, "seq: %u ver: %d shipment: %d pri: %d type: %d", pak.seq,
+          pak.ver, pak.shipment, pak.pri, pak.type);
+  LogLine(Level::kTrace, __func__, "app: %d class: %d action: %d ", pak.app, pak.class_,
+          pak.action);
+  LogLine(Level::kTrace, __func__, "bytes: %d, TLV bytes: %d TLV count: %d", ev->raw_len,
+          pak.tlv_bytes, pak.tlv_count);
 }
 
 void voltaris_dump_payload(const void* hdr) {
@@ -99,7 +101,7 @@ void voltaris_dump_buf(const void* buf, std::int32_t len) {
       // Deliberate: the line is logged at every multiple of 16, 0 included, so that a dump begins
       // with an empty line.
       if (i > 0) line.AppendColumn(bytes.subspan(line_start, kBytesPerLine));
-      VT_LOG(kTrace, "%s", line.text());
+      LogLine(Level::kTrace, __func__, "%s", line.text());
       line.Start(i);
       line_start = i;
     }
@@ -107,7 +109,7 @@ void voltaris_dump_buf(const void* buf, std::int32_t len) {
   }
   if (size % kBytesPerLine != 0) line.AppendPadding(kBytesPerLine - size % kBytesPerLine);
   line.AppendColumn(bytes.subspan(line_start));
-  VT_LOG(kTrace, "%s", line.text());
+  LogLine(Level::kTrace, __func__, "%s", line.text());
 }
 
 }  // extern "C"

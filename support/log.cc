@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "vtapi/log.h"
@@ -35,11 +36,9 @@ class ErrnoKeeper {
 __attribute__((format(printf, 3, 0))) void EmitToCallback(Level level, const char* function,
                                                           const char* format, va_list arguments) {
   std::array<char, kCallbackTextSize> text{};
-  const int prefix = std::snprintf(text.data(), text.size(), "%s: ", function);
-  if (prefix > 0 && static_cast<std::size_t>(prefix) < text.size()) {
-    const auto used = static_cast<std::size_t>(prefix);
-    (void)std::vsnprintf(text.data() + used, text.size() - used, format, arguments);
-  }
+  (void)std::snprintf(text.data(), text.size(), "%s: ", function);
+  const std::size_t used = std::strlen(text.data());
+  (void)std::vsnprintf(text.data() + used, text.size() - used, format, arguments);
   callback(static_cast<std::uint32_t>(level), text.data());
 }
 
@@ -48,7 +47,8 @@ __attribute__((format(printf, 3, 0))) void EmitToFile(Level level, const char* f
   constexpr std::size_t kCtimeSize = 26;
   std::array<char, kCtimeSize> stamp{};
   const std::time_t now = std::time(nullptr);
-  if (ctime_r(&now, stamp.data()) != nullptr) stamp[kCtimeSize - 2] = '\0';
+  (void)ctime_r(&now, stamp.data());
+  stamp[kCtimeSize - 2] = '\0';  // in place of its newline
   (void)std::fprintf(getLogFile(), "%s [%s] %s: ", stamp.data(),
                      kLevelWords[static_cast<std::size_t>(level)], function);
   (void)std::vfprintf(getLogFile(), format, arguments);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "vtapi.h"
 
@@ -101,6 +102,21 @@ TEST(AddAcks, GoesPastAnElementWithoutAValue) {
   add_acks(event.get(), c.result());
   EXPECT_EQ(Acks(c.result()), (std::vector<std::uint32_t>{1, 2}));
   EXPECT_EQ(c.result()->answers_pending, 2);
+}
+
+// DropEntry empties the first slot of the aggregate that is the first element of the event.
+void DropEntry(const EventPtr& event) {
+  void*& slot = static_cast<aggregated_value*>(event->tlvs[0]->value)->entries[0];
+  vt_free_ptr(static_cast<plain_entry*>(slot)->data);
+  vt_free_ptr(std::exchange(slot, nullptr));
+}
+
+TEST(AddAcks, GoesPastAnEmptySlot) {
+  Collection c({8});
+  const EventPtr event = Decoded(ReplyWith({Aggregate(42, "lamp", {Entry(5), Entry(6)})}, -1));
+  DropEntry(event);
+  add_acks(event.get(), c.result());
+  EXPECT_EQ(Acks(c.result()), std::vector<std::uint32_t>{6});
 }
 
 TEST(AddAcks, LooksAtAttributesAmongOtherElementsOnly) {
@@ -313,6 +329,31 @@ TEST(AddResult, TheLastDomainWins) {
   // An element of 12 bytes has no value; it is the last one all the same.
   c.Reply({Element(8, 0, {})});
   EXPECT_EQ(c.result()->domain, nullptr);
+}
+
+TEST(AddResult, GoesPastEmptySlots) {
+  Collection c({8});
+  const EventPtr event = Decoded(ReplyWith(
+      {Aggregate(13, "lamp", {Entry(5, {0, 1}), Entry(6, {0, 2})}),
+       Aggregate(13, "fan", {Entry(7, {0, 3})}), Aggregate(13, "door", {Entry(8, {0, 4})})}));
+  DropEntry(event);
+  vt_free_tlv_ptr(std::exchange(event->tlvs[1], nullptr));
+  vtn_addResult(event.get(), c.result());
+  EXPECT_EQ(RowNames(c.result()), (std::vector<std::string>{"door/8", "lamp/6"}));
+}
+
+TEST(AddResult, WithoutAQueryMakesRowsWithoutValues) {
+  Collection c({8, 4});
+  c.result()->query = nullptr;
+  const EventPtr event =
+      Decoded(ReplyWith({Aggregate(13, "lamp", {Entry(5, {0, 1})}),
+                         Aggregate(43, "fan", {Combined{.name = "f", .data = {0, 1}}.At(6)})}));
+  vtn_addResult(event.get(), c.result());
+  while (const ResultRow* const row = voltaris_getNextRow(c.result())) {
+    EXPECT_EQ(row->attributes->depth, 0);
+  }
+  EXPECT_EQ(RowNames(c.result()), (std::vector<std::string>{"fan/6", "lamp/5"}));
+  EXPECT_EQ(vtn_get_tlv_index_from_query(nullptr, 8), -1);
 }
 
 TEST(AddResult, IgnoresAllOtherPlainElements) {

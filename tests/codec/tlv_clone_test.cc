@@ -319,6 +319,20 @@ TEST(TlvClone, UnknownAggregateCopiesHeaderAndTags) {
   EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).data, nullptr);
 }
 
+TEST(TlvClone, EntriesOfTypesWithoutValueKeepTheirTagAlone) {
+  for (const std::uint32_t type : {0x80000025U, 0x8000002AU}) {
+    char data[] = "ab";
+    plain_entry entry = {7, 2, data};
+    void* slots[1];
+    const aggregated_value value = OneEntry(slots, &entry);
+    const Cloned copy = Clone(type, 48, &value);
+    ASSERT_EQ(copy.status, 0U);
+    EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).tag, 7U);
+    EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).data_len, 0U);
+    EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).data, nullptr);
+  }
+}
+
 TEST(TlvClone, NullTextsAndBlocksOfEntriesStayNullWithSuccess) {
   void* slots[16] = {};
   plain_entry plain = {5, 0, nullptr};

@@ -248,6 +248,31 @@ TEST(TlvEncode, ElementsOfASumQueryAreZeroButWhole) {
   }
 }
 
+TEST(TlvEncode, NullValuesOfOtherAggregatedEntriesTravelAsZeros) {
+  ExpectWire(OneEntry(0x8000000D, Entry(3, 0, nullptr)),
+             "8000000d 0000003a 00000000 " VT_ONE_ENTRY "00000003 0000");
+  ExpectWire(OneEntry(0x80000023, Entry(3, 0, nullptr)),
+             "80000023 0000005c 00000000 " VT_ONE_ENTRY "00000003 36*00");
+  ExpectWire(OneEntry(0x8000002C, HeapRecord<combo_entry>()),
+             "8000002c 00000065 00000000 " VT_ONE_ENTRY "00000000 23*00 22*00");
+}
+
+TEST(TlvEncode, EntriesOfTypesWithoutValueAreTheirTag) {
+  ExpectWire(OneEntry(0x8000002A, Entry(3, 2, HeapCopy("ab", 2))),
+             "8000002a 00000038 00000000 " VT_ONE_ENTRY "00000003");
+  // Of an unknown type, the wire form is read back as an element without a value.
+  EXPECT_TRUE(SameBytes(Hex("8000003c 00000038 00000000 " VT_ONE_ENTRY "00000003"),
+                        Encode(OneEntry(0x8000003C, Entry(3, 2, HeapCopy("ab", 2))).get())));
+}
+
+TEST(TlvEncode, EmptySlotsOfAnAggregateDoNotTravel) {
+  const TlvPtr tlv = OneEntry(0x8000000D, nullptr);
+  auto* value = static_cast<aggregated_value*>(tlv->value);
+  value->entries[1] = Entry(3, 2, HeapCopy("\x34\x34", 2));
+  value->entry_count = 3;
+  ExpectWire(tlv, "8000000d 0000003a 00000000 " VT_ONE_ENTRY "00000003 3434");
+}
+
 TEST(TlvEncode, EntryTextsAreCountedByTheirTerminator) {
   // What is built locally records strlen or strlen + 1 for a text; neither matters.
   for (const std::uint32_t data_len : {0U, 3U, 4U, 99U}) {

@@ -40,6 +40,7 @@ TEST(TlvFree, ElementsMadeByTheCallerAreReleasedWithTheirParts) {
   MakeTlv(3, 16, 0, HeapCopy("abcd", 4)).reset();
   MakeTlv(9, 16, 0, HeapText("abc")).reset();
   MakeTlv(10, 16, 0, HeapCopy("ab\0", 4)).reset();
+  MakeTlv(60, 16, 0, HeapCopy("abcd", 4)).reset();  // of an unknown type: a plain block
 
   auto* near = HeapRecord<neighbor>();
   near->label = HeapText("label");
@@ -106,7 +107,9 @@ TEST(TlvFree, EntriesThatOwnRecordsAreReleasedWithThem) {
 
 TEST(TlvFree, UnknownAggregatesAreReleasedWithTheirEntries) {
   void** entries = Slots(16);
-  entries[0] = HeapRecord<plain_entry>();
+  auto* entry = HeapRecord<plain_entry>();
+  entry->data = HeapCopy("abcd", 4);
+  entries[0] = entry;
   WithEntries(0x8000003C, 1, entries).reset();
 }
 

@@ -27,6 +27,7 @@ using vt::testing::Hex;
 using vt::testing::kDebug;
 using vt::testing::kError;
 using vt::testing::kFatal;
+using vt::testing::kSilent;
 using vt::testing::kTrace;
 using vt::testing::LogCapture;
 using vt::testing::LogLine;
@@ -304,6 +305,16 @@ TEST(KeywordArray, ReportsThatTheTextCannotBeDuplicated) {
     EXPECT_EQ(createKeywordList("a,b"), nullptr);
   }
   EXPECT_EQ(log.lines(), (std::vector<LogLine>{{kError, "createKeywordList: strdup failed"}}));
+}
+
+TEST(KeywordArray, WithoutMemoryIsNullOnASilencedLogToo) {
+  const LogCapture log(kSilent);
+  for (const std::size_t failed : {0U, 1U}) {
+    const AllocationFault fault = AllocationFault::Nth(failed);
+    EXPECT_EQ(createKeywordList("a,b"), nullptr);
+    EXPECT_TRUE(fault.hit());
+  }
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(KeywordArray, ReportsThatTheSlotsCannotBeAllocated) {

@@ -108,6 +108,21 @@ TEST(ExecFilter, SkipsAPriorityBelowTheImportance) {
                 {kDebug, "cv_exec_filter: skipping query priority 3 > my importance 5"}}));
 }
 
+TEST(Filters, DecideTheSameOnASilencedLog) {
+  corvane_endpoint endpoint = Lamp(2);
+  const LogCapture log(kSilent);
+  EXPECT_EQ(cv_exec_filter(Received({}, 3).get(), &endpoint, 5), 0);
+  EXPECT_EQ(cv_category_filter(Received({}).get(), &endpoint), 0);
+  const EventPtr keywords = Received({WithKeywords("6100")});
+  {
+    const AllocationFault fault = AllocationFault::Nth(0);
+    EXPECT_EQ(cv_keyword_filter(keywords.get(), &endpoint), 1);
+  }
+  endpoint.keywords = nullptr;
+  EXPECT_EQ(cv_keyword_filter(keywords.get(), &endpoint), 0);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(ExecFilter, PassesAPriorityOfAtLeastTheImportance) {
   const corvane_endpoint endpoint = Lamp();
   const EventPtr ev = Received({}, 3);

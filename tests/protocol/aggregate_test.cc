@@ -297,6 +297,12 @@ TEST(CreateAggregate, AlwaysAppendsANewElement) {
   EXPECT_EQ(ValueOf(first).entries, nullptr);
 }
 
+TEST(CreateAggregate, WithoutADeviceIsNull) {
+  const EventPtr ev = NewEvent();
+  EXPECT_EQ(vt_create_aggr_tlv(ev.get(), 13, nullptr), nullptr);
+  EXPECT_EQ(ev->pak->tlv_count, 0);
+}
+
 TEST(CreateAggregate, WithoutMemoryIsNull) {
   device_header device = Device('d');
   char block[] = "0123456789abcdef";

@@ -20,6 +20,7 @@
 namespace vt::protocol {
 namespace {
 
+using vt::testing::AllocationCount;
 using vt::testing::AllocationFault;
 using vt::testing::Bytes;
 using vt::testing::Element;
@@ -383,6 +384,33 @@ TEST(EventDecode, AnotherKeyIsOnlyLogged) {
   EXPECT_TRUE(log.HasMatch(kWarn, "HMAC_SHA1 header mismatch"));
 }
 
+TEST(EventDecode, ASilencedLogChangesNothing) {
+  const EventPtr ev = Wrap(WithUsage().Signed(Text("other")));
+  const LogCapture log(kSilent);
+  EXPECT_EQ(Unpack(ev), 0);
+  EXPECT_EQ(ev->pak->tlv_count, 1);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(EventDecode, DoesNotLookAtAnImageThatIsNotValid) {
+  const EventPtr ev = Wrap(WithUsage().Signed(kKey));
+  ev->raw_valid = 0;
+  EXPECT_EQ(Unpack(ev), 0);
+  EXPECT_EQ(ev->pak, nullptr);
+  EXPECT_EQ(ev->pak_valid, 0u);
+  EXPECT_NE(ev->raw, nullptr);
+}
+
+TEST(EventDecode, ATagOnASilencedLogIsNoDifference) {
+  PduImage image = WithUsage();
+  image.tag = 5;
+  const EventPtr ev = Wrap(image.Signed(kKey));
+  const LogCapture log(kSilent);
+  EXPECT_EQ(Unpack(ev), 0);
+  EXPECT_EQ(ev->pak->tlv_count, 1);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(EventDecode, ANullKeyCountsAsAnUnkeyedContext) {
   const EventPtr ev = Wrap(WithUsage().Signed(kKey));
   const LogCapture log(kWarn);
@@ -433,6 +461,36 @@ TEST(EventDecode, MoreElementsThanBytesFailTheMessage) {
     EXPECT_EQ(Unpack(ev), 1) << count;
     EXPECT_EQ(log.lines(),
               (std::vector<LogLine>{{kTrace, "cv_unpack_event: Cant unpack payload tlvs"}}));
+  }
+}
+
+// A list of 65535 slots would take half a megabyte for a message of 94 bytes.
+TEST(EventDecode, MoreElementsThanBytesGetNoMemoryForTheirSlots) {
+  PduImage image = WithUsage();
+  image.tlv_count = 65535;
+  const EventPtr ev = Wrap(image.Signed(kKey));
+  const AllocationCount count;
+  EXPECT_EQ(Unpack(ev), 1);
+  // The two headers, the element that is there, and one slot beyond it.
+  EXPECT_LE(count.bytes(), 80u + 2 * sizeof(Tlv*) + sizeof(Tlv) + 2);
+}
+
+TEST(EventDecode, OfAnImpossibleCountStillReportsOnTheElementsThatAreThere) {
+  for (const std::uint16_t count : std::initializer_list<std::uint16_t>{4, 65535}) {
+    PduImage image = WithElements({Element(60, 0, Hex("00")), Element(13, 0, Hex("01020304"))});
+    image.tlv_count = count;
+    const EventPtr ev = Wrap(image.Signed(kKey));
+    const LogCapture log(kTrace);
+    EXPECT_EQ(Unpack(ev), 1) << count;
+    EXPECT_EQ(
+        log.lines(),
+        (std::vector<LogLine>{
+            {kTrace, "cv_create_tlv_from_raw_buf: Skipping unknown TLV, type = 60"},
+            {kError,
+             "cv_create_tlv_from_raw_buf: Received mismatched TLV for type 13, dropping packet"},
+            {kTrace, "cv_unpack_event: Cant unpack payload tlvs"}}));
+    EXPECT_EQ(ev->tlvs, nullptr);
+    EXPECT_EQ(ev->tlv_capacity, 0u);
   }
 }
 

@@ -26,6 +26,7 @@ using vt::testing::Hex;
 using vt::testing::kDebug;
 using vt::testing::KeyedContext;
 using vt::testing::kInfo;
+using vt::testing::kSilent;
 using vt::testing::kTrace;
 using vt::testing::LogCapture;
 using vt::testing::LogLine;
@@ -257,6 +258,14 @@ TEST(TryGc, ReleasesAnEventInAnyState) {
     EXPECT_EQ(corvane_try_gc(ev.release()), 0);
     EXPECT_TRUE(log.Has(kTrace, "corvane_try_gc: \n[VLTRS]:released event " + event)) << state;
   }
+}
+
+TEST(FreeReply, ReleasesAReplyOnASilencedLogToo) {
+  EventPtr ev = Signed();
+  ev->state = CV_EVENT_STATE_REPLY;
+  const LogCapture log(kSilent);
+  EXPECT_EQ(corvane_free_rply(ev.release()), 0);
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(FreeReply, ReleasesAReplyWithOneLine) {

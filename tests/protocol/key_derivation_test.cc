@@ -14,6 +14,7 @@ namespace {
 using vt::testing::Bytes;
 using vt::testing::GuardedBytes;
 using vt::testing::Hex;
+using vt::testing::kSilent;
 using vt::testing::kTrace;
 using vt::testing::kWarn;
 using vt::testing::LogCapture;
@@ -70,6 +71,14 @@ TEST(ComposeKey, RefusesABufferBelowTwentyBytes) {
     ASSERT_EQ(log.lines().size(), 1u) << size;
     EXPECT_TRUE(log.Has(kWarn, "voltaris_utl_composeKey: Insufficient buffer")) << size;
   }
+}
+
+TEST(ComposeKey, RefusesASmallBufferOnASilencedLogToo) {
+  Bytes out(20, 0x55);
+  const LogCapture log(kSilent);
+  EXPECT_EQ(voltaris_utl_composeKey("secret", 6, Hex(kIdentity).data(), out.data(), 19), 0);
+  EXPECT_BYTES(out.data(), 20, "20*55");
+  EXPECT_TRUE(log.lines().empty());
 }
 
 TEST(ComposeNonce, IsTheHmacOfTheData) {

@@ -256,5 +256,13 @@ TEST(ReleasePacket, ReleasesTheImageAndTheRecordOnly) {
   std::free(sec);
 }
 
+TEST(ReleasePacket, SaysNothingOnASilencedLog) {
+  auto* ev = static_cast<Event*>(std::calloc(1, sizeof(Event)));
+  ASSERT_NE(ev, nullptr);
+  const LogCapture log(kSilent);
+  vtn_releasePacket(ev);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 }  // namespace
 }  // namespace vt::protocol

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "vtapi.h"
 
@@ -221,6 +222,14 @@ TEST(TlvList, GrowsPastTheCountAfterItsElementsWereFreed) {
   EXPECT_EQ(UsageOf(tlv), 99);
 }
 
+TEST(TlvList, ACapacityWithoutSlotsIsNotBelieved) {
+  const EventPtr ev = NewEvent();
+  ev->tlv_capacity = 16;
+  ASSERT_EQ(AddUsage(ev.get(), 7), 0);
+  EXPECT_EQ(ev->tlv_capacity, 16u);
+  EXPECT_EQ(UsageOf(ev->tlvs[0]), 7);
+}
+
 TEST(TlvList, EverySizeOfAnAppendSurvivesEveryFailedAllocation) {
   const std::size_t count = SweepAllocationFailures([](AllocationFault& fault) {
     const LogCapture quiet(kSilent);
@@ -412,6 +421,16 @@ TEST(TotalTlvSize, IsTheSumOfTheWireSizes) {
   const Bytes id(36, 'i');
   ASSERT_EQ(cv_add_tlv(ev.get(), 1, 48, id.data()), 0);  // 48
   EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), 78u);
+}
+
+TEST(TotalTlvSize, OfAnEventWithoutElementsIsZero) {
+  EXPECT_EQ(vt_get_total_tlvs_data_size(nullptr), 0u);
+  const EventPtr ev = NewEvent();
+  ASSERT_EQ(AddUsage(ev.get(), 1), 0);
+  message_header* const pak = std::exchange(ev->pak, nullptr);
+  EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), 0u);
+  ev->pak = pak;
+  EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), 14u);
 }
 
 // Text and identity blocks of the exact size: nothing behind them is read.

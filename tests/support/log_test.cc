@@ -295,11 +295,11 @@ TEST(LogDeathTest, EnabledWithoutCallbackPrintsToTheFile) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
-        if (getLogCallback() != nullptr) std::_Exit(3);
+        if (getLogCallback() != nullptr) std::exit(3);
         setLogFile(stderr);
         enableLogCallback(1);
         voltaris_dump_payload(nullptr);
-        std::_Exit(getLogCallbackEnable() == 1 ? 0 : 4);
+        std::exit(getLogCallbackEnable() == 1 ? 0 : 4);
       },
       ::testing::ExitedWithCode(0), "\\[WARN\\] voltaris_dump_payload: NULL\n");
 }

@@ -472,7 +472,13 @@ TEST_F(Queue, OtherNullArgumentsAreSilent) {
   EXPECT_EQ(0u, insqueue(nullptr, &b_, nullptr));
   EXPECT_EQ(nullptr, dequeue(nullptr));
   EXPECT_EQ(nullptr, m_dequeue(nullptr));
+  EXPECT_EQ(nullptr, remqueue(nullptr, &a_, nullptr));
   EXPECT_EQ(1u, unqueuenext(&q_, nullptr));
+  EXPECT_EQ(1u, unqueuenext(nullptr, &a_));
+  EXPECT_EQ(1u, queue_insert_comp(nullptr, &b_, AlwaysEqual));
+  EXPECT_EQ(1u, queue_insert_comp(&q_, nullptr, AlwaysEqual));
+  EXPECT_EQ(0, checkqueue(&q_, nullptr));
+  EXPECT_EQ(0, validqueue(nullptr, 1));
   EXPECT_EQ(0, queryqueuedepth(nullptr));
   EXPECT_EQ(0, queryqueuesize(nullptr));
   EXPECT_EQ(nullptr, peekqueuehead(nullptr));
@@ -480,6 +486,16 @@ TEST_F(Queue, OtherNullArgumentsAreSilent) {
   ExpectLog({});
   EXPECT_EQ("a", Order());
   EXPECT_EQ(nullptr, b_.link.next);
+}
+
+TEST_F(Queue, ASilencedLogChangesNoRefusalAndNoRepair) {
+  setLogLevel(kSilent);
+  Fill(1);
+  EXPECT_EQ(0u, enqueue(&q_, &a_));
+  q_ = {&a_.link, &a_.link, 0, 5};
+  EXPECT_EQ(&a_, dequeue(&q_));
+  EXPECT_EQ(0, q_.depth);
+  ExpectLog({});
 }
 
 // Callers were compiled against prototypes that return an int or a single byte: the result has to

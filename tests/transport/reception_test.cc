@@ -239,6 +239,14 @@ TEST(ReadTcpMessage, MessageOf1401BytesIsRefusedAfterItsHeaders) {
   EXPECT_EQ(1321u, pair.near().ReadExactly(1321).size());
 }
 
+TEST(ReadTcpMessage, MessageOf1401BytesIsRefusedOnASilencedLogToo) {
+  const StreamOf stream(Message(1401));
+  const LogCapture log(kSilent);
+  EXPECT_EQ(-1, Receive(7).result);
+  EXPECT_EQ(80u, stream.position());
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(ReadTcpMessage, LargestPayloadLengthIsRefused) {
   PduImage image;
   image.tlv_bytes = 0xFFFF;
@@ -489,6 +497,14 @@ TEST(ReadUdpMessage, FailureIsLoggedAndReturnedWithItsErrno) {
       log.lines());
 }
 
+TEST(ReadUdpMessage, FailsTheSameOnASilencedLog) {
+  const LogCapture log(kSilent);
+  std::uint8_t buffer[4];
+  EXPECT_EQ(-1, vtn_read_udp_message(-1, buffer, sizeof buffer));
+  EXPECT_EQ(EBADF, errno);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 // The two waits
 
 constexpr std::uint32_t kNobody = 0x0900007F;  // 127.0.0.9 as it is stored
@@ -705,6 +721,30 @@ TEST(WaitforTcpConnect, ErrnoOfAcceptSurvivesTheFailingPrint) {
   EXPECT_EQ((LogLine{kError, "waitfor_tcp_connect: errno = 103"}), log.lines()[2]);
 }
 
+TEST(WaitforTcpConnect, FailsTheSameOnASilencedLog) {
+  Listener listener;
+  const LogCapture log(kSilent);
+  std::uint32_t peer = 0;
+  timeval timeout = Seconds(0);
+  EXPECT_EQ(-1, waitfor_tcp_connect(listener.fd(), &peer, &timeout));  // nobody in time
+  PeerConnection client = listener.NewClient();
+  timeout = Seconds(20);
+  {
+    const AcceptHook hook([](int, sockaddr*, socklen_t*) {
+      errno = ECONNABORTED;
+      return -1;
+    });
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(-1, waitfor_tcp_connect(listener.fd(), &peer, &timeout));
+    EXPECT_EQ("accept(): Software caused connection abort\n",
+              ::testing::internal::GetCapturedStderr());
+  }
+  peer = kNobody;
+  EXPECT_EQ(-1, waitfor_tcp_connect(listener.fd(), &peer, &timeout));  // a stranger
+  EXPECT_EQ(htonl(INADDR_LOOPBACK), peer);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(WaitforTcpConnect, NullTimeoutWaitsWithoutLimit) {
   Listener listener;
   PeerConnection client = listener.NewClient();
@@ -904,6 +944,10 @@ TEST(Wait, MillisecondsAreRoundedUpAndCapped) {
       {Seconds(1), 1000},
       {Seconds(180), 180000},
       {Seconds(2147483), 2147483000},
+      {Seconds(2147483, 646000), 2147483646},
+      {Seconds(2147483, 647000), INT_MAX},
+      {Seconds(2147483, 647001), INT_MAX},
+      {Seconds(2147483, 999999), INT_MAX},
       {Seconds(2147484), INT_MAX},
       {Seconds(0x7FFFFFFF, 999999), INT_MAX},
       {Seconds(LONG_MAX, 999999), INT_MAX},

@@ -179,6 +179,27 @@ TEST(OpenConnectedSocket, SocketThatCannotBeCreatedIsMinusOne) {
             log.lines());
 }
 
+TEST(Sockets, FailTheSameOnASilencedLog) {
+  const LogCapture log(kSilent);
+  {
+    const SocketHook hook([](int, int, int) {
+      errno = EMFILE;
+      return -1;
+    });
+    SocketEndpoint endpoint = Garbage();
+    EXPECT_EQ(-1, openConnectedSocket(&endpoint, "127.0.0.1", 1));
+    EXPECT_EQ(-1, createUdpSocket(0));
+  }
+  const int port = UnusedPort();
+  SocketEndpoint endpoint = Garbage();
+  const int fd = openConnectedSocket(&endpoint, "127.0.0.1", static_cast<std::uint32_t>(port));
+  EXPECT_GE(fd, 0);
+  closeSocket(fd);
+  const BoundSocket taken(SOCK_DGRAM);
+  EXPECT_EQ(-1, createUdpSocket(static_cast<std::uint32_t>(taken.port())));
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(OpenConnectedSocket, MalformedAddressBecomesAllOnes) {
   sockaddr_in asked = {};
   socklen_t asked_size = 0;
