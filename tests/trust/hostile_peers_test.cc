@@ -1,0 +1,424 @@
+// Peers that mean ill, or are merely broken, against a running collection: it ends as stated, takes
+// what is good, and neither dies of a signal nor waits busily.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <future>
+#include <iostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vtapi.h"
+
+#include "tests/trust/trust_support.h"
+
+namespace {
+
+using namespace vt::testing;
+
+using Answer = std::function<void(PeerConnection&)>;
+
+// Hostile runs one query after the other on one session, against one peer that reads each query and
+// then does what the test says for its number.
+class Hostile {
+ public:
+  Hostile(std::size_t queries, const std::function<void(PeerConnection&, std::size_t)>& answer)
+      : queries_(queries),
+        peer_(
+            [this, answer](PeerConnection& c) {
+              c.ReadPdu();
+              answer(c, answered_++);
+            },
+            queries),
+        asking_(peer_.port()) {}
+
+  // Run calls check with each number and result.
+  void Run(const std::function<void(std::size_t, const ResultSet&)>& check) {
+    for (std::size_t i = 0; i < queries_; ++i) {
+      SCOPED_TRACE("query " + std::to_string(i));
+      ASSERT_EQ(asking_.Execute(), 0);
+      const ResultSet* const result = asking_.Collect();
+      ASSERT_NE(result, nullptr);
+      check(i, *result);
+      if (::testing::Test::HasFailure()) return;
+      asking_.Renew();
+    }
+    EXPECT_TRUE(peer_.Join());
+  }
+
+ private:
+  std::size_t queries_;
+  std::size_t answered_ = 0;
+  ScriptedPeer peer_;
+  Asking asking_;
+};
+
+// CollectFrom is one query that is answered with bytes, after which the peer closes.
+void CollectFrom(const Bytes& answer, const std::function<void(const ResultSet&)>& check) {
+  Hostile hostile(1, [&](PeerConnection& c, std::size_t) { c.Send(answer); });
+  hostile.Run([&](std::size_t, const ResultSet& result) { check(result); });
+}
+
+Bytes TwoReplies() { return UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 22); }
+
+// How many whole messages lie in the first size bytes of TwoReplies.
+int WholeIn(std::size_t size) {
+  if (size >= TwoReplies().size()) return 2;
+  return size >= UsageReply("lamp", 1, 11).size() ? 1 : 0;
+}
+
+TEST(HostilePeer, ThatSendsItsHeadersByteByByteLosesNothing) {
+  const LogCapture quiet(kSilent);
+  const Bytes one = UsageReply("lamp", 1, 11);
+  constexpr int kMessages = 30;
+  Hostile hostile(1, [&](PeerConnection& c, std::size_t) {
+    for (int i = 0; i < kMessages; ++i) {
+      c.SendInPieces(Head(one, kTlvAreaOffset), 1);
+      c.Send(Bytes(one.begin() + kTlvAreaOffset, one.end()));
+    }
+  });
+  hostile.Run([&](std::size_t, const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, kMessages);
+    EXPECT_EQ(result.row_count, 1);
+  });
+}
+
+TEST(HostilePeer, ThatClosesAtAnyOffsetEndsTheCollectionWithoutAnError) {
+  const LogCapture quiet(kSilent);
+  const Bytes stream = TwoReplies();
+  Hostile hostile(stream.size() + 1,
+                  [&](PeerConnection& c, std::size_t size) { c.Send(Head(stream, size)); });
+  hostile.Run([](std::size_t size, const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, WholeIn(size));
+    EXPECT_EQ(result.row_count, WholeIn(size));
+  });
+}
+
+TEST(HostilePeer, ThatResetsAtAnyOffsetEndsTheCollectionWithThatError) {
+  const LogCapture quiet(kSilent);
+  const Bytes stream = TwoReplies();
+  Hostile hostile(stream.size() + 1, [&](PeerConnection& c, std::size_t size) {
+    c.Send(Head(stream, size));
+    c.Reset();
+  });
+  hostile.Run([](std::size_t size, const ResultSet& result) {
+    EXPECT_EQ(result.error_code, ECONNRESET);
+    EXPECT_EQ(result.answers_received, WholeIn(size));
+    EXPECT_EQ(result.row_count, WholeIn(size));
+  });
+}
+
+TEST(HostilePeer, ThatHalfClosesAtAnyOffsetEndsTheCollectionThoughItStillListens) {
+  const LogCapture quiet(kSilent);
+  const Bytes stream = TwoReplies();
+  Hostile hostile(stream.size() + 1, [&](PeerConnection& c, std::size_t size) {
+    c.Send(Head(stream, size));
+    c.HalfClose();
+    c.WaitForClose();
+  });
+  hostile.Run([](std::size_t size, const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, WholeIn(size));
+  });
+}
+
+TEST(HostilePeer, ThatClosesAndResetsBeforeTheQueryIsSentKillsNobody) {
+  constexpr std::size_t kTimes = 50;
+  ScriptedPeer peer(
+      [](PeerConnection& c) {
+        c.HalfClose();
+        c.Reset();
+      },
+      kTimes);
+  // The reset has arrived before connecting returns.
+  const ConnectHook after_reset(
+      [](int fd, const sockaddr* address, socklen_t len) -> std::optional<int> {
+        const int result = connect(fd, address, len);
+        pollfd reset = {fd, 0, 0};
+        EXPECT_EQ(poll(&reset, 1, 20000), 1);
+        return result;
+      });
+  Asking asking(peer.port());
+  for (std::size_t i = 0; i < kTimes; ++i) {
+    const LogCapture log(kWarn);
+    ASSERT_EQ(asking.Execute(), kAskingSize + 1);
+    EXPECT_TRUE(log.HasMatch(kError, "^voltaris_execQuery: send failed -1, errno = (32|104)$"));
+    EXPECT_TRUE(log.Has(kWarn, "voltaris_execQuery: sent -1 bytes of pdu size 137"));
+    // The application may collect all the same, and finds the end of the connection.
+    ASSERT_NE(asking.Collect(), nullptr);
+    EXPECT_EQ(asking.result->error_code, 0);
+    EXPECT_EQ(asking.result->answers_received, 0);
+    asking.Renew();
+  }
+  EXPECT_TRUE(peer.Join());
+}
+
+TEST(HostilePeer, ThatSendsGarbageIsNeverBelieved) {
+  const LogCapture quiet(kSilent);
+  constexpr std::size_t kTimes = 200;
+  std::mt19937 random(20240229);
+  std::vector<Bytes> streams;
+  for (std::size_t i = 0; i < kTimes; ++i) {
+    Bytes garbage(1 + random() % 4000);
+    for (std::uint8_t& byte : garbage) byte = static_cast<std::uint8_t>(random());
+    // Every other one keeps as much in order as takes it further: the first header, and a size.
+    if (i % 2 == 1 && garbage.size() >= kTlvAreaOffset) {
+      const Bytes good = UsageReply("lamp", 1, 11);
+      std::copy_n(good.begin(), kDigestOffset, garbage.begin());
+      garbage[kTlvBytesOffset] = static_cast<std::uint8_t>(i % 6);
+      garbage[kTlvCountOffset] = 0;
+    }
+    streams.push_back(garbage);
+  }
+  Hostile hostile(kTimes, [&](PeerConnection& c, std::size_t i) {
+    try {
+      c.Send(streams[i]);
+    } catch (const PeerError&) {
+      // The collection need not hear it out.
+    }
+  });
+  hostile.Run([&](std::size_t, const ResultSet& result) {
+    EXPECT_EQ(result.answers_received, 0);
+    EXPECT_EQ(result.answers_pending, 0);
+    EXPECT_EQ(result.row_count, 0);
+    EXPECT_EQ(result.ack_count, 0);
+    EXPECT_EQ(result.nak_count, 0);
+    EXPECT_EQ(result.events.depth, 0);
+    EXPECT_EQ(result.domain, nullptr);
+  });
+}
+
+TEST(HostilePeer, ThatLiesAboutLengthsIsReadAsItSaysOrNotAtAll) {
+  const std::uint16_t lengths[] = {0, 1, 18, 20, 1320, 1321, 65535};
+  const Bytes good = UsageReply("fan", 2, 22);
+  for (const std::uint16_t header : lengths) {
+    for (const std::uint16_t payload : lengths) {
+      SCOPED_TRACE(std::to_string(header) + " and " + std::to_string(payload));
+      const std::size_t field = (header + 3u) / 4 * 4;
+      const std::size_t size = field + 60 + payload;
+      const bool refused = size > 1400;
+      PduImage image = ReplyWith({Bytes(payload, 0)});
+      image.digest_len = header;
+      image.tlv_count = 0;
+      const Bytes wire = SignedReply(image);
+      Bytes digest(wire.begin() + kDigestOffset, wire.begin() + kMessageHeaderOffset);
+      digest.resize(field);
+      const Bytes rest(wire.begin() + kMessageHeaderOffset, wire.end());
+      const LogCapture log(kDebug);
+      // A refused message need not be there: the reader must not wait for it.
+      const Bytes lie = Head(wire, kDigestOffset) + digest +
+                        Head(rest, refused ? kTlvAreaOffset - kMessageHeaderOffset : rest.size());
+      CollectFrom(lie + good, [&](const ResultSet& result) {
+        if (refused) {
+          EXPECT_EQ(result.answers_received, 0);
+          EXPECT_TRUE(log.Has(kDebug,
+                              "vtn_read_tcp_message: Incoming packet exceeds Voltaris max packet "
+                              "size, dropping packet"));
+          return;
+        }
+        // With the right length of the digest it is a good message, if an empty one.
+        EXPECT_EQ(result.answers_received, header == 20 ? 2 : 1);
+        EXPECT_EQ(result.error_code, 0);
+        EXPECT_EQ(result.row_count, 1);
+        EXPECT_EQ(log.Count(kDebug, "vtn_processReply: Error while unpacking, error_code=5"),
+                  header == 20 ? 0u : 1u);
+      });
+    }
+  }
+}
+
+// A hundred thousand are for the long run; what matters here is that nothing is limited by a count.
+TEST(HostilePeer, ThatSendsThousandsOfValidRepliesIsHeardOut) {
+  const LogCapture quiet(kSilent);
+  constexpr int kReplies = kSanitized ? 1000 : 5000;
+  std::cout << kReplies << " replies\n";
+  const Bytes one = UsageReply("lamp", 1, 11);
+  Hostile hostile(1, [&](PeerConnection& c, std::size_t) {
+    for (int i = 0; i < kReplies; ++i) c.Send(one);
+  });
+  hostile.Run([&](std::size_t, const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, kReplies);
+    EXPECT_EQ(result.answers_pending, -kReplies);
+    EXPECT_EQ(result.events.depth, kReplies);
+    EXPECT_EQ(result.row_count, 1);
+  });
+}
+
+TEST(HostilePeer, ThatRepliesToAnotherQueryIsBelievedOnlyWithTheKey) {
+  const LogCapture quiet(kSilent);
+  PduImage other = ReplyWith({Aggregate(13, "lamp", {Entry(1, {0, 11})})});
+  other.seq = 0xFFFFFFFF;
+  other.identity = Bytes(32, 'z');
+  PduImage sum = other;
+  sum.cls = 11;
+  sum.action = 10;
+  PduImage unknown = other;
+  unknown.cls = 14;
+  // Deliberate: neither number nor sender nor kind of query is compared, only the signature.
+  const Bytes answer = SignedReply(other) + SignedReply(sum) + SignedReply(unknown) +
+                       other.Signed(Bytes(20, 7)) + sum.Unsigned();
+  CollectFrom(answer, [](const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, 2);
+    EXPECT_EQ(result.events.depth, 3);
+    EXPECT_EQ(result.row_count, 1);
+  });
+}
+
+TEST(HostilePeer, ThatSendsElementsOf12BytesOfEveryTypeMakesNoRows) {
+  const LogCapture quiet(kSilent);
+  std::vector<Bytes> elements;
+  for (const std::uint32_t flags : {0x00000000u, 0x40000000u, 0x80000000u, 0xC0000000u}) {
+    for (std::uint32_t type = 0; type < 64; ++type) {
+      elements.push_back(Element(flags | type, 0, {}));
+    }
+    elements.push_back(Element(flags | 0x3FFFFFFFu, 1, {}));
+  }
+  Bytes stream;
+  int messages = 0;
+  for (const std::int8_t shipment : {std::int8_t{1}, std::int8_t{-1}, std::int8_t{-2}}) {
+    for (const Bytes& element : elements) {
+      stream = std::move(stream) + SignedReply(ReplyWith({element}, shipment));
+      ++messages;
+    }
+    // And many at once: 100 elements are 1280 bytes.
+    for (std::size_t at = 0; at < elements.size(); at += 100) {
+      const auto begin = elements.begin() + static_cast<std::ptrdiff_t>(at);
+      const auto end =
+          elements.begin() + static_cast<std::ptrdiff_t>(std::min(at + 100, elements.size()));
+      stream = std::move(stream) + SignedReply(ReplyWith({begin, end}, shipment));
+      ++messages;
+    }
+  }
+  CollectFrom(stream, [&](const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, messages);
+    EXPECT_EQ(result.events.depth, static_cast<std::int32_t>(messages));
+    EXPECT_EQ(result.row_count, 0);
+    EXPECT_EQ(result.ack_count, 0);
+    EXPECT_EQ(result.nak_count, 0);
+    EXPECT_EQ(result.domain, nullptr);
+  });
+}
+
+TEST(HostilePeer, ThatClaimsMoreEntriesThanItSendsIsDroppedBeforeAnythingIsAllocatedForThem) {
+  const LogCapture quiet(kSilent);
+  const std::uint32_t counts[] = {2,          3,          0x3FFFFFFF, 0x40000000, 0x40000001,
+                                  0x7FFFFFFF, 0x80000000, 0xC0000001, 0xFFFFFFFF};
+  Receiver receiver;
+  std::size_t messages = 0;
+  for (const std::uint32_t flags : {0x80000000u, 0xC0000000u}) {
+    for (std::uint32_t type = 0; type < 52; ++type) {
+      for (const std::uint32_t count : counts) {
+        for (const std::int8_t shipment : {std::int8_t{1}, std::int8_t{-1}}) {
+          SCOPED_TRACE(std::to_string(type) + " with " + std::to_string(count));
+          // The bytes of a single entry without a value.
+          const Bytes value = DeviceHeader("lamp", DeviceAddress()) + U32(count) + U32(1);
+          const Bytes wire = SignedReply(ReplyWith({Element(flags | type, 0, value)}, shipment));
+          const Bytes empty = receiver.Record();
+          const AllocationCount count_allocations;
+          receiver.Process(wire);
+          EXPECT_LT(count_allocations.bytes(), 2000u);
+          EXPECT_EQ(receiver.Record(), empty);
+          if (HasFailure()) return;
+          ++messages;
+        }
+      }
+    }
+  }
+  std::cout << messages << " messages dropped\n";
+}
+
+TEST(HostilePeer, WithHostileEntryCountsDoesNotSpoilTheGoodReplyBehind) {
+  const LogCapture quiet(kSilent);
+  Bytes stream;
+  for (const std::uint32_t count : {0x40000001u, 0xFFFFFFFFu}) {
+    for (const std::uint32_t type : {9u, 13u, 42u, 43u, 44u, 45u}) {
+      const Bytes value = DeviceHeader("lamp", DeviceAddress()) + U32(count) + U32(1);
+      stream =
+          std::move(stream) + SignedReply(ReplyWith({Element(0x80000000u | type, 0, value)}, -1));
+    }
+  }
+  CollectFrom(stream + UsageReply("fan", 2, 22), [](const ResultSet& result) {
+    EXPECT_EQ(result.error_code, 0);
+    EXPECT_EQ(result.answers_received, 1);
+    EXPECT_EQ(result.answers_pending, -1);
+    EXPECT_EQ(result.events.depth, 1);
+    EXPECT_EQ(result.ack_count, 0);
+    EXPECT_EQ(result.row_count, 1);
+  });
+}
+
+TEST(HostilePeer, ThatStaysSilentBetweenMessagesIsWaitedForOnce) {
+  const LogCapture quiet(kSilent);
+  constexpr std::size_t kMessages = 20;
+  const Bytes one = UsageReply("lamp", 1, 11);
+  // The peer speaks only after the collection has begun to wait.
+  std::vector<std::promise<void>> waits(kMessages + 1);
+  ScriptedPeer peer([&](PeerConnection& c) {
+    c.ReadPdu();
+    for (std::size_t i = 0; i <= kMessages; ++i) {
+      waits[i].get_future().wait();
+      if (i < kMessages) c.Send(one);
+    }
+  });
+  Asking asking(peer.port());
+  ASSERT_EQ(asking.Execute(), 0);
+  std::size_t polls = 0;
+  const PollHook hook([&](pollfd* fds, nfds_t count, int timeout) -> std::optional<int> {
+    EXPECT_EQ(timeout, 180000);
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(poll(fds, count, 0), 0) << "the peer is silent";
+    if (polls < waits.size()) waits[polls].set_value();
+    ++polls;
+    return poll(fds, count, timeout);
+  });
+  ASSERT_NE(asking.Collect(), nullptr);
+  EXPECT_EQ(asking.result->answers_received, static_cast<std::int32_t>(kMessages));
+  EXPECT_EQ(asking.result->error_code, 0);
+  EXPECT_EQ(polls, kMessages + 1);
+}
+
+TEST(HostilePeer, ThatStaysSilentInsideAMessageIsReadInThreeBlockingCalls) {
+  const LogCapture quiet(kSilent);
+  const Bytes one = UsageReply("lamp", 1, 11);
+  // Each further part comes only once the collection asks for it.
+  std::vector<std::promise<void>> reads(4);
+  const std::size_t ends[] = {5, 40, 100, one.size()};
+  ScriptedPeer peer([&](PeerConnection& c) {
+    c.ReadPdu();
+    std::size_t sent = 0;
+    for (std::size_t i = 0; i < 4; ++i) {
+      if (i > 0) reads[i - 1].get_future().wait();
+      c.Send(Bytes(one.begin() + static_cast<std::ptrdiff_t>(sent),
+                   one.begin() + static_cast<std::ptrdiff_t>(ends[i])));
+      sent = ends[i];
+    }
+  });
+  Asking asking(peer.port());
+  ASSERT_EQ(asking.Execute(), 0);
+  std::size_t calls = 0;
+  const PollHook polls([](pollfd*, nfds_t, int) { return std::nullopt; });
+  const RecvfromHook hook(
+      [&](int, void*, std::size_t, int flags, sockaddr*, socklen_t*) -> std::optional<ssize_t> {
+        EXPECT_EQ(flags, MSG_WAITALL);
+        if (calls < reads.size()) reads[calls].set_value();
+        ++calls;
+        return std::nullopt;
+      });
+  ASSERT_NE(asking.Collect(), nullptr);
+  EXPECT_EQ(asking.result->answers_received, 1);
+  EXPECT_EQ(asking.result->error_code, 0);
+  EXPECT_EQ(calls, 4u);  // three for the message, one for the end
+  EXPECT_EQ(polls.calls(), 2u);
+}
+
+}  // namespace
