@@ -28,6 +28,23 @@ if(VTAPI_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(VTAPI_FUZZ)
+  # Fuzzers live on how often they can try.
+  set(CMAKE_C_FLAGS_DEBUG "-O2 -g1")
+  set(CMAKE_CXX_FLAGS_DEBUG "-O2 -g1")
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
+if(VTAPI_COVERAGE)
+  # Optimised, for the library without the C++ run time links only so. Each program and library adds
+  # its counts to a file of its own, whatever its environment says.
+  set(CMAKE_C_FLAGS_DEBUG "-O1")
+  set(CMAKE_CXX_FLAGS_DEBUG "-O1")
+  add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%4m.profraw
+                      -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()
+
 add_library(vtapi_options INTERFACE)
 target_compile_options(vtapi_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow
                                                $<$<BOOL:${VTAPI_WERROR}>:-Werror>)
