@@ -8,6 +8,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -296,6 +297,7 @@ constexpr void (*kKinds[])(const Input&) = {
 }  // namespace vt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   using namespace vt::fuzz;  // NOLINT(google-build-using-namespace)
   if (size < 2) return 0;
   SetUpLog(size);

@@ -3,6 +3,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -58,6 +59,7 @@ bool RoundTrip(std::uint8_t*& cursor, std::int32_t& remaining) {
 }  // namespace vt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   using namespace vt::fuzz;  // NOLINT(google-build-using-namespace)
   SetUpLog(size);
   const Block input({data, size});

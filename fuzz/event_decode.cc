@@ -4,6 +4,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -99,6 +100,7 @@ void Decode(const Block& image) {
 }  // namespace vt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   if (size > VT_MAX_PDU_SIZE) return 0;
   vt::fuzz::SetUpLog(size);
   vt::fuzz::Decode(vt::fuzz::Block({data, size}));

@@ -7,6 +7,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -151,6 +152,7 @@ void Run(Bytes input) {
 }  // namespace vt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   vt::fuzz::SetUpLog(size);
   const vt::fuzz::HeapMeter meter;
   vt::fuzz::Run({data, size});

@@ -7,6 +7,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -121,6 +122,7 @@ void Fold(Bytes input) {
 }  // namespace vt::fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   vt::fuzz::SetUpLog(size);
   vt::fuzz::Fold({data, size});
   return 0;

@@ -11,6 +11,7 @@
 #include "fuzz/heap_meter.h"
 #include "fuzz/input.h"
 #include "fuzz/target.h"
+#include "fuzz/time_limit.h"
 
 namespace vt::fuzz {
 
@@ -102,6 +103,7 @@ extern "C" ssize_t recvfrom(int fd, void* buffer, std::size_t size, int /*flags*
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const vt::fuzz::TimeLimit limit;
   using namespace vt::fuzz;  // NOLINT(google-build-using-namespace)
   if (size == 0) return 0;
   SetUpLog(size);
