@@ -34,9 +34,7 @@ static_assert(kInitialArraySize == 1028 * sizeof(AckEntry));
 int CompareEntries(const void* a, const void* b) { return std::memcmp(a, b, sizeof(AckEntry)); }
 
 void Sort(AckEntry* entries, std::int32_t count) {
-  if (count > 0) {
-    std::qsort(entries, static_cast<std::size_t>(count), sizeof(AckEntry), CompareEntries);
-  }
+  std::qsort(entries, static_cast<std::size_t>(count), sizeof(AckEntry), CompareEntries);
 }
 
 AckEntry* NewArray() {

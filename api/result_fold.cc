@@ -167,15 +167,15 @@ void* vtn_checkQueue(queue* q, const void* key,
 std::uint32_t dh_id_compare(const void* node, const void* key) {
   const auto* device = static_cast<const device_node*>(node);
   const int order = std::memcmp(device->key, key, VT_IDENTITY_SIZE);
-  if (order == 0) return kEqual;
-  return order < 0 ? kBefore : kAfter;
+  if (order < 0) return kBefore;
+  return order == 0 ? kEqual : kAfter;
 }
 
 std::uint32_t ent_entidx_compare(const void* node, const void* key) {
   const std::uint32_t index = static_cast<const entity_node*>(node)->entity_index;
   const auto wanted = vt::support::LoadHost<std::uint32_t>(key);
-  if (index == wanted) return kEqual;
-  return index < wanted ? kBefore : kAfter;
+  if (index < wanted) return kBefore;
+  return index == wanted ? kEqual : kAfter;
 }
 
 std::int32_t vtn_get_tlv_index_from_query(const Query* query, std::int32_t type) {

@@ -79,7 +79,7 @@ struct Record {
   // record counts as uninitialised memory before.
   static Status Read(Reader& in, T& record) {
     (Fields::Forget(record), ...);
-    Status status = Status::kOk;
+    Status status;  // set by the first field
     (void)(((status = Fields::Read(in, record)) == Status::kOk) && ...);
     if (status != Status::kOk) Release(record);
     return status;
@@ -95,7 +95,7 @@ struct Record {
   static Status Clone(const T& from, T& to) {
     std::memset(&to, 0, sizeof to);
     Status status = Status::kOk;
-    (void)(((status = Fields::Clone(from, to)) == Status::kOk) && ...);
+    (CloneUnlessFailed<Fields>(from, to, status), ...);
     if (status == Status::kOk) return status;
     Release(to);
     std::memset(&to, 0, sizeof to);
@@ -103,6 +103,14 @@ struct Record {
   }
 
   static void Release(T& record) { (Fields::Release(record), ...); }
+
+ private:
+  // Most fields need no memory and cannot fail: as conditions of one expression, as in Read, they
+  // would be conditions that never decide anything.
+  template <class OneField>
+  static void CloneUnlessFailed(const T& from, T& to, Status& status) {
+    if (status == Status::kOk) status = OneField::Clone(from, to);
+  }
 };
 
 }  // namespace vt::codec

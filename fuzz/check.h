@@ -8,7 +8,7 @@
 namespace vt::fuzz {
 
 [[noreturn]] inline void CheckFailed(const char* text, const char* file, int line) {
-  std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, text);
+  (void)std::fprintf(stderr, "%s:%d: check failed: %s\n", file, line, text);
   std::abort();
 }
 

@@ -85,6 +85,7 @@ void Match(const char* subject, const char* pattern) {
 }
 
 // LookUpNames looks the text and the value up in every enumeration, both ways.
+// NOLINTNEXTLINE(readability-function-size): the macro makes it long
 void LookUpNames(const char* text, std::int32_t value) {
 #define FUZZ_LOOK_UP(word, LIST)                                                    \
   {                                                                                 \

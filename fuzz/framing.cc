@@ -91,6 +91,7 @@ void Stream(Bytes stream, Options options) {
 }  // namespace vt::fuzz
 
 // Stands in for the C library's, so that a stream can give less than was asked for.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): its names are reserved ones
 extern "C" ssize_t recvfrom(int fd, void* buffer, std::size_t size, int /*flags*/,
                             struct sockaddr* /*sender*/, socklen_t* /*length*/) {
   const std::size_t most = vt::fuzz::TakeFragment(size);

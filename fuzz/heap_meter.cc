@@ -1,5 +1,5 @@
-// Every allocation is seen: through the hooks of the address sanitizer where it is in the build,
-// and elsewhere by standing in front of the allocator of the C library.
+// Every allocation is seen: through the hooks of the sanitizer where one is in the build, and
+// elsewhere by standing in front of the allocator of the C library.
 #include "fuzz/heap_meter.h"
 
 #include <malloc.h>
@@ -7,21 +7,16 @@
 #include <cstdint>
 
 #include "fuzz/check.h"
+#include "tests/harness/sanitizers.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VT_FUZZ_WITH_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VT_FUZZ_WITH_ASAN 1
-#endif
-#endif
-
-#ifdef VT_FUZZ_WITH_ASAN
+#ifdef VT_SANITIZER
 // As <sanitizer/allocator_interface.h> has them, which does not come with every compiler.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" int __sanitizer_install_malloc_and_free_hooks(
     void (*on_malloc)(const volatile void* block, std::size_t size),
     void (*on_free)(const volatile void* block));
 extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 #endif
 
 namespace {
@@ -44,7 +39,7 @@ void CountReleased(std::size_t size) {
   if (metering) live -= static_cast<std::intptr_t>(size);
 }
 
-#ifdef VT_FUZZ_WITH_ASAN
+#ifdef VT_SANITIZER
 
 void OnMalloc(const volatile void* /*block*/, std::size_t size) { CountAllocated(size); }
 
@@ -65,7 +60,7 @@ void InstallHooks() {}
 
 }  // namespace
 
-#ifndef VT_FUZZ_WITH_ASAN
+#ifndef VT_SANITIZER
 
 extern "C" {
 
@@ -101,7 +96,7 @@ void free(void* block) noexcept {
 
 }  // extern "C"
 
-#endif  // VT_FUZZ_WITH_ASAN
+#endif  // VT_SANITIZER
 
 namespace vt::fuzz {
 

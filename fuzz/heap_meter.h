@@ -7,10 +7,10 @@
 namespace vt::fuzz {
 
 // The most that decoding a message of at most 1400 bytes may hold at any moment.
-inline constexpr std::size_t kDecodingLimit = 64 * 1024;
+inline constexpr std::size_t kDecodingLimit = std::size_t{64} * 1024;
 
 // The most that one allocation may ask for.
-inline constexpr std::size_t kAllocationLimit = 1024 * 1024;
+inline constexpr std::size_t kAllocationLimit = std::size_t{1024} * 1024;
 
 // HeapMeter counts the bytes that are allocated after it was made. There is one at a time.
 class HeapMeter {

@@ -27,7 +27,7 @@ using testing::Hex;
 using testing::PduImage;
 using testing::Text;
 using testing::U32;
-using testing::operator+;
+using testing::operator+;  // NOLINT(misc-unused-using-decls): it is used
 using Image = testing::Bytes;
 
 class SeedFolder {
@@ -40,7 +40,7 @@ class SeedFolder {
     std::ofstream file(folder_ / name, std::ios::binary);
     for (const std::uint8_t byte : bytes) file.put(static_cast<char>(byte));
     if (!file.flush()) {
-      std::fprintf(stderr, "cannot write %s\n", (folder_ / name).c_str());
+      (void)std::fprintf(stderr, "cannot write %s\n", (folder_ / name).c_str());
       std::exit(1);
     }
   }
@@ -70,7 +70,7 @@ std::vector<NamedElement> ValidElements() {
   std::vector<NamedElement> elements;
   for (const testing::TlvVector& vector : testing::AllVectors()) {
     char name[32];
-    std::snprintf(name, sizeof name, "type_%08x", static_cast<unsigned>(vector.type));
+    (void)std::snprintf(name, sizeof name, "type_%08x", static_cast<unsigned>(vector.type));
     elements.push_back({name, Hex(vector.wire)});
   }
   return elements;
@@ -83,28 +83,28 @@ std::vector<NamedElement> HostileElements() {
   std::vector<NamedElement> elements;
   char name[48];
   for (const std::uint32_t length : kLengths) {
-    std::snprintf(name, sizeof name, "length_%08x", static_cast<unsigned>(length));
+    (void)std::snprintf(name, sizeof name, "length_%08x", static_cast<unsigned>(length));
     elements.push_back({name, ElementWithLength(3, length, 0, U32(7))});
-    std::snprintf(name, sizeof name, "counted_length_%08x", static_cast<unsigned>(length));
+    (void)std::snprintf(name, sizeof name, "counted_length_%08x", static_cast<unsigned>(length));
     elements.push_back(
         {name, Element(0x80000009, 0,
                        Cat({DeviceHeader("device"), U32(1), U32(1), U32(length), Text("name")}))});
-    std::snprintf(name, sizeof name, "device_length_%08x", static_cast<unsigned>(length));
+    (void)std::snprintf(name, sizeof name, "device_length_%08x", static_cast<unsigned>(length));
     elements.push_back({name, Element(0x8000000D, 0,
                                       Cat({testing::Identity32("device"), U32(length), U32(1),
                                            U32(1), testing::U16(5)}))});
   }
   for (const std::uint32_t count : kCounts) {
     for (const std::uint32_t type : {0x8000002Au, 0x8000000Du, 0x8000002Bu}) {
-      std::snprintf(name, sizeof name, "count_%08x_of_%02x", static_cast<unsigned>(count),
-                    static_cast<unsigned>(type & 0xFF));
+      (void)std::snprintf(name, sizeof name, "count_%08x_of_%02x", static_cast<unsigned>(count),
+                          static_cast<unsigned>(type & 0xFF));
       elements.push_back(
           {name, Element(type, 0,
                          Cat({DeviceHeader("device"), U32(count), U32(1), Image(27, 0), U32(2)}))});
     }
   }
   for (std::uint32_t type = 0; type <= VT_TLV_TYPE_COUNT; ++type) {
-    std::snprintf(name, sizeof name, "empty_%02x", static_cast<unsigned>(type));
+    (void)std::snprintf(name, sizeof name, "empty_%02x", static_cast<unsigned>(type));
     elements.push_back({name, Element(type, 0, {}) + Element(type | 0x80000000, 1, {})});
   }
   return elements;
@@ -310,7 +310,7 @@ void WriteSeeds(const fs::path& folder) {
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fprintf(stderr, "usage: make_seeds FOLDER\n");
+    (void)std::fprintf(stderr, "usage: make_seeds FOLDER\n");
     return 2;
   }
   vt::fuzz::WriteSeeds(argv[1]);

@@ -17,7 +17,7 @@ bool Replay(const fs::path& file) {
   std::ifstream stream(file, std::ios::binary);
   const std::vector<std::uint8_t> input{std::istreambuf_iterator<char>(stream), {}};
   if (stream.bad() || !stream.is_open()) {
-    std::fprintf(stderr, "cannot read %s\n", file.c_str());
+    (void)std::fprintf(stderr, "cannot read %s\n", file.c_str());
     return false;
   }
   return LLVMFuzzerTestOneInput(input.data(), input.size()) == 0;

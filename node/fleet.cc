@@ -257,7 +257,7 @@ void Device::SetLevel(std::uint8_t new_level) {
 std::array<std::int32_t, kLevels> Device::DeltaVector() const {
   std::array<std::int32_t, kLevels> delta{};
   for (std::size_t i = 0; i < kLevels; ++i) {
-    delta[i] = std::int32_t{usage_vector[i]} - std::int32_t{usage};
+    delta[i] = usage_vector[i] - usage;
   }
   return delta;
 }

@@ -17,10 +17,10 @@ void WriteLine(std::uint32_t level, const char* text) {
   std::tm local{};
   localtime_r(&now, &local);
   std::array<char, 32> stamp{};
-  std::strftime(stamp.data(), stamp.size(), "%Y-%m-%d %H:%M:%S", &local);
+  (void)std::strftime(stamp.data(), stamp.size(), "%Y-%m-%d %H:%M:%S", &local);
   const char* word = kWords[std::min<std::size_t>(level, kWords.size() - 1)];
   // One call, which the C library does not mix with those of other threads.
-  std::fprintf(stderr, "%s [%s] %s\n", stamp.data(), word, text);
+  (void)std::fprintf(stderr, "%s [%s] %s\n", stamp.data(), word, text);
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ ExitCode Run(int argc, const char* const* argv) {
   const std::optional<Options> options = ParseOptions(argc, argv);
   if (!options) return kExitOk;
   // A reader of standard output that goes away must not end the node.
-  signal(SIGPIPE, SIG_IGN);
+  (void)signal(SIGPIPE, SIG_IGN);
   StartLog(options->log_level);
   const std::optional<tools::Key> key = ReadKey(*options);
   const Descriptor stop = StopSignals();

@@ -14,7 +14,7 @@
 namespace vt::node {
 namespace {
 
-const std::string kFooter =
+constexpr const char* kFooter =
     "Examples:\n"
     "  voltaris-node --config examples/office.toml\n"
     "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n\n"

@@ -1,7 +1,7 @@
 #include "support/assert.h"
 
 // The C library's reporter, which <assert.h> hides under NDEBUG.
-// NOLINTNEXTLINE(bugprone-reserved-identifier): its name is the C library's
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's name
 extern "C" [[noreturn]] void __assert_fail(const char* text, const char* file, unsigned line,
                                            const char* function) noexcept;
 

@@ -11,7 +11,7 @@ extern "C" {
 
 void sha1DigestToString(char* text, const std::uint8_t* digest) {
   vt::support::WriteHexDigits(text, {digest, VT_DIGEST_SIZE});
-  text[2 * VT_DIGEST_SIZE] = '\0';
+  text[std::size_t{2} * VT_DIGEST_SIZE] = '\0';
 }
 
 int macAddressToString(char* text, const std::uint8_t* mac) {

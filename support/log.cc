@@ -62,6 +62,7 @@ namespace vt::support {
 
 constinit std::uint32_t log_threshold = VT_LOG_INFO;
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks the arguments against the format
 void LogLine(Level level, const char* function, const char* format, ...) {
   const ErrnoKeeper keeper;
   va_list arguments;

@@ -121,6 +121,7 @@ void* peekqueuehead(queue* q) { return q != nullptr ? q->head : nullptr; }
 
 void* peekqueuetail(queue* q) { return q != nullptr ? q->tail : nullptr; }
 
+// cppcheck-suppress constParameter; as the public header has it
 int checkqueue(queue* q, void* element) {
   if (q == nullptr || element == nullptr) return 0;
   const queue_element* at = q->head;

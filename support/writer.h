@@ -31,7 +31,6 @@ class Writer {
   }
 
   void WriteZeros(std::size_t n) {
-    if (n == 0) return;
     if (std::uint8_t* place = Reserve(n)) std::memset(place, 0, n);
   }
 

@@ -42,8 +42,9 @@ void WarnWhenOthersMayRead(int fd, const std::string& path) {
   struct stat status {};
   if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return;
   if ((status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return;
-  std::fprintf(stderr, "warning: others may open the key file %s; chmod 600 would prevent it\n",
-               path.c_str());
+  (void)std::fprintf(stderr,
+                     "warning: others may open the key file %s; chmod 600 would prevent it\n",
+                     path.c_str());
 }
 
 // A pipe delivers in pieces: read until its end.

@@ -33,16 +33,16 @@ struct RawOptions {
   std::vector<std::string> assignments;
 };
 
-const std::string kExitCodeHelp =
+constexpr const char* kExitCodeHelp =
     "Exit codes: 0 devices answered; 1 nothing answered; 2 wrong usage; 3 no connection to the\n"
     "node; 4 incomplete, by the time-out or a read error; 5 internal failure.\n";
 
-const std::string kEnvironmentHelp =
+constexpr const char* kEnvironmentHelp =
     "Environment: VOLTARIS_NODE, VOLTARIS_DOMAIN and VOLTARIS_KEY_FILE stand in for --node, "
     "--domain\n"
     "and --key-file. NO_COLOR switches colours off.\n";
 
-const std::string kSelectionHelp =
+constexpr const char* kSelectionHelp =
     "Without --name, --role, --keyword and --id every device of the domain is meant. Options of\n"
     "different kinds must all hold, of the same kind one. Names and roles may end in a star.\n"
     "Devices obey queries whose priority is not below their importance.\n";
@@ -53,7 +53,7 @@ std::string GeneralFooter() {
          "  voltaris set --role lamp level=3\n"
          "  voltaris sum --role lamp\n"
          "  voltaris --node 192.0.2.7:7440 --domain office --key-file ~/office.key collect\n\n" +
-         kExitCodeHelp + "\n" + kEnvironmentHelp;
+         std::string(kExitCodeHelp) + "\n" + kEnvironmentHelp;
 }
 
 std::string CollectFooter() {
@@ -70,7 +70,7 @@ std::string SetFooter() {
          "  voltaris set --role lamp level=3\n"
          "  voltaris set --name printer-2 name=printer-west importance=40\n\n"
          "Attributes that can be set: name, role, keywords, level, importance.\n\n" +
-         kSelectionHelp + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
+         std::string(kSelectionHelp) + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
 }
 
 std::string SumFooter() {
@@ -78,7 +78,7 @@ std::string SumFooter() {
          "  voltaris sum --role lamp\n"
          "  voltaris sum -a usage,delta-vector -o json\n\n"
          "Attributes: usage (the default), delta-vector.\n\n" +
-         kSelectionHelp + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
+         std::string(kSelectionHelp) + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
 }
 
 void AddCommonOptions(CLI::App& app, RawOptions& raw) {

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -20,8 +21,8 @@ int Milliseconds(const timeval& timeout) {
   constexpr std::int64_t kMilliPerSecond = 1000;
   constexpr std::int64_t kMicroPerMilli = 1000;
   const std::int64_t micro = timeout.tv_usec;
-  const std::int64_t seconds = timeout.tv_sec;
-  if (seconds > INT_MAX / kMilliPerSecond) return INT_MAX;
+  // Which is more than the most that poll takes, and little enough for the product.
+  const std::int64_t seconds = std::min<std::int64_t>(timeout.tv_sec, INT_MAX);
   const std::int64_t fraction = micro / kMicroPerMilli + (micro % kMicroPerMilli != 0 ? 1 : 0);
   const std::int64_t total = seconds * kMilliPerSecond + fraction;
   return total > INT_MAX ? INT_MAX : static_cast<int>(total);
