@@ -1,10 +1,12 @@
 # Sourced by scripts/build: unpacks libcrypto and libuuid for i386, run time and headers, from
-# Debian's packages into build/i386-sysroot. Nothing is installed: side by side with the system's
+# Debian's packages into build/i386-sysroot, and for the benchmarks Google Benchmark into
+# build/i386-benchmark. Nothing is installed: side by side with the system's
 # own packages they could only be had in exactly the same version, and mirrors do not update all
 # architectures at once. apt works on lists of its own, so the system's configuration stays as is.
 # shellcheck shell=bash
 
 sysroot_packages=(libssl3 libssl-dev libuuid1 uuid-dev)
+benchmark_packages=(libbenchmark1debian libbenchmark-dev)
 
 # sysroot_apt TOOL ARGS... runs apt-get or apt-cache for i386 on the private lists.
 sysroot_apt() {
@@ -52,11 +54,22 @@ sysroot_unpack() {
 
 # need_i386_sysroot makes build/i386-sysroot unless it is there.
 need_i386_sysroot() {
-  sysroot=${root:?}/build/i386-sysroot
+  need_unpacked_for_i386 i386-sysroot "${sysroot_packages[@]}"
+}
+
+# need_i386_benchmark makes build/i386-benchmark unless it is there.
+need_i386_benchmark() {
+  need_unpacked_for_i386 i386-benchmark "${benchmark_packages[@]}"
+}
+
+# need_unpacked_for_i386 FOLDER PACKAGE... unpacks the packages into build/FOLDER unless that is
+# there.
+need_unpacked_for_i386() {
+  local folder=$1 attempt package missing=("${@:2}") left
+  sysroot=${root:?}/build/$folder
   [[ -f $sysroot/complete ]] && return 0
-  say "unpacking i386 packages into build/i386-sysroot: ${sysroot_packages[*]}"
+  say "unpacking i386 packages into build/$folder: ${missing[*]}"
   rm -rf "$sysroot"
-  local attempt package missing=("${sysroot_packages[@]}") left
   for attempt in 1 2 3; do
     sysroot_update
     left=()

@@ -142,6 +142,20 @@ TEST(GetAttribute, HandsOutAValueOnceThenNull) {
   EXPECT_EQ(Read(row, 8), std::nullopt);
 }
 
+TEST(GetAttribute, MarksAValueThatItHandedOutWithA1) {
+  Collection c({8});
+  c.Reply({Aggregate(13, "lamp", {Entry(1, {0, 1}), Entry(1, {0, 2})})});
+  ResultRow* const row = voltaris_getNextRow(c.result());
+  ASSERT_NE(row, nullptr);
+  const auto* const first = reinterpret_cast<const attribute_node*>(row->attributes->head);
+  ASSERT_NE(first, nullptr);
+  ASSERT_NE(first->next, nullptr);
+  EXPECT_EQ(first->taken, 0u);
+  EXPECT_EQ(Read(row, 8), HostBytes(std::uint16_t{1}));
+  EXPECT_EQ(first->taken, 1u);
+  EXPECT_EQ(first->next->taken, 0u);
+}
+
 TEST(GetAttribute, HandsOutSuccessiveValuesOfOneType) {
   Collection c({8, 4});
   c.Reply({Aggregate(13, "lamp", {Entry(1, {0, 1}), Entry(1, {0, 2})}),

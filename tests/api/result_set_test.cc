@@ -283,6 +283,13 @@ TEST_F(CheckQueue, InsertsInOrderAndFindsAgain) {
   EXPECT_EQ(Order().back(), 0x90000000u);
 }
 
+TEST_F(CheckQueue, AllocatesANodeOfTheGivenSizeAndNoMore) {
+  const AllocationCount count;
+  ASSERT_NE(Find(5), nullptr);
+  EXPECT_EQ(count.allocations(), 1u);
+  EXPECT_EQ(count.bytes(), sizeof(entity_node));
+}
+
 TEST_F(CheckQueue, WithSizeZeroOnlyFinds) {
   EXPECT_EQ(Find(5, 0), nullptr);
   EXPECT_EQ(created_, 0);

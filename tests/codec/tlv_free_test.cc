@@ -41,6 +41,7 @@ TEST(TlvFree, ElementsMadeByTheCallerAreReleasedWithTheirParts) {
   MakeTlv(9, 16, 0, HeapText("abc")).reset();
   MakeTlv(10, 16, 0, HeapCopy("ab\0", 4)).reset();
   MakeTlv(60, 16, 0, HeapCopy("abcd", 4)).reset();  // of an unknown type: a plain block
+  MakeTlv(37, 16, 0, HeapCopy("abcd", 4)).reset();  // of a type that carries no value: the same
 
   auto* near = HeapRecord<neighbor>();
   near->label = HeapText("label");

@@ -292,6 +292,14 @@ TEST(KeywordArray, IsTwoBlocksAndKeepsTheAddressOfTheTexts) {
   }
 }
 
+// A slot for each item, one for the null that ends them, one for the texts, and the texts.
+TEST(KeywordArray, AllocatesNoMoreSlotsThanItFills) {
+  const AllocationCount count;
+  const ListPtr list(createKeywordList("a,b,c"));
+  ASSERT_NE(list, nullptr);
+  EXPECT_EQ(count.bytes(), 5 * sizeof(char*) + sizeof "a,b,c");
+}
+
 TEST(KeywordArray, OfNullIsNullInSilence) {
   const LogCapture log(kTrace);
   EXPECT_EQ(createKeywordList(nullptr), nullptr);

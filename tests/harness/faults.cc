@@ -1,5 +1,5 @@
-// The interposed functions. Under AddressSanitizer they pass on to its interceptors, so that every
-// block stays known to it and to the leak check; otherwise to the C library's own entry points.
+// The interposed functions. Under a sanitizer they pass on to its interceptors, so that every block
+// stays known to it and to the leak check; otherwise to the C library's own entry points.
 // They can be called before any initialiser ran, so the allocation functions are kept free of
 // instrumentation and of look-ups, and the state they consult is constant-initialised.
 #undef _FORTIFY_SOURCE  // the checked variants define some of these names inline
@@ -15,36 +15,40 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define VT_HARNESS_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define VT_HARNESS_ASAN 1
-#endif
-#endif
+#include "tests/harness/sanitizers.h"
 
-#define VT_UNINSTRUMENTED __attribute__((no_sanitize("address", "undefined"), noinline))
+#ifdef __clang__
+#define VT_UNINSTRUMENTED \
+  __attribute__((no_sanitize("address", "memory", "thread", "undefined"), noinline))
+#else
+#define VT_UNINSTRUMENTED __attribute__((no_sanitize("address", "thread", "undefined"), noinline))
+#endif
 #define VT_INTERPOSED extern "C" __attribute__((visibility("default")))
 
-#ifdef VT_HARNESS_ASAN
+#ifdef VT_SANITIZER
 extern "C" {
 void* __interceptor_malloc(std::size_t size) noexcept;
 void* __interceptor_calloc(std::size_t count, std::size_t size) noexcept;
 void* __interceptor_realloc(void* block, std::size_t size) noexcept;
+void __interceptor_free(void* block) noexcept;
 }
 #define VT_REAL_MALLOC __interceptor_malloc
 #define VT_REAL_CALLOC __interceptor_calloc
 #define VT_REAL_REALLOC __interceptor_realloc
+#define VT_REAL_FREE __interceptor_free
 #else
 extern "C" {
 void* __libc_malloc(std::size_t size) noexcept;
 void* __libc_calloc(std::size_t count, std::size_t size) noexcept;
 void* __libc_realloc(void* block, std::size_t size) noexcept;
+void __libc_free(void* block) noexcept;
 }
 #define VT_REAL_MALLOC __libc_malloc
 #define VT_REAL_CALLOC __libc_calloc
 #define VT_REAL_REALLOC __libc_realloc
+#define VT_REAL_FREE __libc_free
 #endif
 
 namespace vt::testing {
@@ -53,6 +57,7 @@ namespace {
 struct AllocationState {
   AllocationFault* fault = nullptr;
   AllocationCount* count = nullptr;
+  LiveBlocks* live = nullptr;
   int fill = -1;
   unsigned paused = 0;
 };
@@ -88,19 +93,27 @@ VT_UNINSTRUMENTED bool Refused(std::size_t bytes) {
   return refused;
 }
 
+// Balance counts blocks gained or lost in every live object.
+VT_UNINSTRUMENTED void Balance(long blocks) {
+  LiveBlocks* live = allocation_state.live;
+  for (; live != nullptr; live = live->outer()) live->Add(blocks);
+}
+
 VT_UNINSTRUMENTED void Fill(void* block, std::size_t from, std::size_t to) {
   const AllocationState& state = allocation_state;
   if (block == nullptr || state.fill < 0 || state.paused != 0 || from >= to) return;
   std::memset(static_cast<char*>(block) + from, state.fill, to - from);
 }
 
-// Next finds the definition of name that this executable's own one hides. A look-up may allocate,
+// Next finds the definition of name that this executable's own one hides: a sanitizer's, which may
+// be linked into this executable, or the next in the order of look-up. A look-up may allocate,
 // which must not count.
 template <class Function>
 Function* Next(const char* name) {
   const AllocationFault::Pause pause;
   const int saved_errno = errno;
-  void* const found = dlsym(RTLD_NEXT, name);
+  void* found = dlsym(RTLD_DEFAULT, (std::string("__interceptor_") + name).c_str());
+  if (found == nullptr) found = dlsym(RTLD_NEXT, name);
   if (found == nullptr) {
     std::fprintf(stderr, "harness: nothing to forward %s to\n", name);
     std::abort();
@@ -128,7 +141,7 @@ AllocationFault::~AllocationFault() { allocation_state.fault = outer_; }
 bool AllocationFault::Strike() {
   const std::size_t index = seen_++;
   const bool strikes = armed_ && (onward_ ? index >= n_ : index == n_);
-  hit_ = hit_ || strikes;
+  if (strikes) ++failed_;
   return strikes;
 }
 
@@ -145,6 +158,9 @@ void AllocationCount::Add(std::size_t bytes) {
   ++allocations_;
   bytes_ += bytes;
 }
+
+LiveBlocks::LiveBlocks() : outer_(allocation_state.live) { allocation_state.live = this; }
+LiveBlocks::~LiveBlocks() { allocation_state.live = outer_; }
 
 FillAllocations::FillAllocations(std::uint8_t byte) : saved_(allocation_state.fill) {
   allocation_state.fill = byte;
@@ -168,6 +184,7 @@ CloseHook::CloseHook(Function function) : CallHook(&hooks.close, std::move(funct
 
 }  // namespace vt::testing
 
+using vt::testing::Balance;
 using vt::testing::Fill;
 using vt::testing::Forward;
 using vt::testing::hooks;
@@ -177,13 +194,16 @@ using vt::testing::Refused;
 VT_INTERPOSED VT_UNINSTRUMENTED void* malloc(std::size_t size) noexcept {
   if (Refused(size)) return nullptr;
   void* const block = VT_REAL_MALLOC(size);
+  if (block != nullptr) Balance(1);
   Fill(block, 0, size);
   return block;
 }
 
 VT_INTERPOSED VT_UNINSTRUMENTED void* calloc(std::size_t count, std::size_t size) noexcept {
   if (Refused(count * size)) return nullptr;
-  return VT_REAL_CALLOC(count, size);
+  void* const block = VT_REAL_CALLOC(count, size);
+  if (block != nullptr) Balance(1);
+  return block;
 }
 
 VT_INTERPOSED VT_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noexcept {
@@ -193,8 +213,15 @@ VT_INTERPOSED VT_UNINSTRUMENTED void* realloc(void* block, std::size_t size) noe
   const bool fills = vt::testing::allocation_state.fill >= 0 && !frees;
   const std::size_t old_size = fills && block != nullptr ? malloc_usable_size(block) : 0;
   void* const grown = VT_REAL_REALLOC(block, size);
+  if (frees) Balance(-1);
+  if (block == nullptr && grown != nullptr) Balance(1);
   if (fills) Fill(grown, old_size, size);
   return grown;
+}
+
+VT_INTERPOSED VT_UNINSTRUMENTED void free(void* block) noexcept {
+  if (block != nullptr) Balance(-1);
+  VT_REAL_FREE(block);
 }
 
 VT_INTERPOSED char* strndup(const char* text, std::size_t limit) noexcept {
@@ -212,16 +239,16 @@ VT_INTERPOSED char* strdup(const char* text) noexcept {
   return copy == nullptr ? nullptr : static_cast<char*>(std::memcpy(copy, text, size));
 }
 
-#ifndef VT_HARNESS_ASAN
-// C++ memory bypasses malloc, as it does under AddressSanitizer, so faults and counts concern the
+#ifndef VT_SANITIZER
+// C++ memory bypasses malloc, as it does under the sanitizers, so faults and counts concern the
 // same calls in every build. The other forms of new and delete end up in these.
 void* operator new(std::size_t size) {
   void* const block = VT_REAL_MALLOC(size > 0 ? size : 1);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block) noexcept { VT_REAL_FREE(block); }
+void operator delete(void* block, std::size_t) noexcept { VT_REAL_FREE(block); }
 #endif
 
 VT_INTERPOSED int socket(int domain, int type, int protocol) noexcept {

@@ -1,8 +1,9 @@
-// Failing allocations and replaced system calls. faults.cc defines malloc, calloc, realloc, strdup,
-// strndup, socket, connect, getsockname, send, recvfrom, poll, accept, bind and close in the test
-// executable. A shared library imports these names as ordinary symbols, so its calls arrive here
-// too, and are passed on to the real function unless the calling thread has asked otherwise. All
-// state is per thread; every object below belongs to the thread and the scope that made it.
+// Failing allocations and replaced system calls. faults.cc defines malloc, calloc, realloc, free,
+// strdup, strndup, socket, connect, getsockname, send, recvfrom, poll, accept, bind and close in
+// the test executable. A shared library imports these names as ordinary symbols, so its calls
+// arrive here too, and are passed on to the real function unless the calling thread has asked
+// otherwise. All state is per thread; every object below belongs to the thread and the scope that
+// made it.
 //
 // Linking: the definitions win because the executable comes first in the order of look-up, so it
 // has to contain and to export them. It contains them when it uses a class of this header (the
@@ -47,12 +48,14 @@ class AllocationFault {
 
   // seen counts the allocations made so far, failed ones included.
   std::size_t seen() const { return seen_; }
-  // hit tells whether an allocation was failed.
-  bool hit() const { return hit_; }
-  // Disarm lets all further allocations pass; seen and hit keep their values.
+  // failed counts the allocations that were failed, hit tells whether any was.
+  std::size_t failed() const { return failed_; }
+  bool hit() const { return failed_ != 0; }
+  // Disarm lets all further allocations pass; seen, failed and hit keep their values.
   void Disarm() { armed_ = false; }
 
-  // Pause suspends every fault, count and fill of this thread while it lives. Pauses nest.
+  // Pause suspends every fault, AllocationCount and fill of this thread while it lives. Pauses
+  // nest.
   class Pause {
    public:
     Pause();
@@ -71,7 +74,7 @@ class AllocationFault {
   std::size_t n_;
   bool onward_;
   bool armed_ = true;
-  bool hit_ = false;
+  std::size_t failed_ = 0;
   std::size_t seen_ = 0;
   AllocationFault* outer_;
 };
@@ -96,6 +99,27 @@ class AllocationCount {
   std::size_t allocations_ = 0;
   std::size_t bytes_ = 0;
   AllocationCount* outer_;
+};
+
+// LiveBlocks tells how many more blocks this thread has allocated than released while it lives: 0
+// at its end, or memory leaked. It finds a leak in every build, and in the run that caused it. It
+// counts under a Pause too: what is made under one may be released when it is over.
+class LiveBlocks {
+ public:
+  LiveBlocks();
+  ~LiveBlocks();
+  LiveBlocks(const LiveBlocks&) = delete;
+  LiveBlocks& operator=(const LiveBlocks&) = delete;
+
+  long count() const { return count_; }
+
+  // Add counts blocks gained or, negative, lost. For the interposed functions.
+  void Add(long blocks) { count_ += blocks; }
+  LiveBlocks* outer() const { return outer_; }
+
+ private:
+  long count_ = 0;
+  LiveBlocks* outer_;
 };
 
 // FillAllocations fills what malloc returns, and what realloc adds, with a byte, so that memory
@@ -141,20 +165,32 @@ std::size_t SweepOnce(const char* what, Make make, Fn& body) {
 
 }  // namespace internal
 
+// Failing names the two passes of a sweep.
+enum class Failing { kOnce, kFromThereOn };
+
 // SweepAllocationFailures runs body with its first allocation failing, then its second, and so on
 // until a run meets no fault; then the same with the chosen and all later allocations failing. Body
 // is called as body() or body(AllocationFault&); each call starts from nothing, frees what it made,
 // and checks its results. The last run of each pass has every allocation succeed. Returns the
 // number of allocations that were failed in turn, 0 when body allocates nothing: worth an
 // EXPECT_GT, since such a sweep has tested nothing. Stops at the first run that fails.
+// With a Failing, only that pass is made: a long sweep makes two tests.
 template <class Fn>
-std::size_t SweepAllocationFailures(Fn body) {
-  const std::size_t count = internal::SweepOnce(
-      "failing only allocation ", [](std::size_t k) { return AllocationFault::Nth(k); }, body);
-  if (::testing::Test::HasFailure()) return count;
-  internal::SweepOnce(
+std::size_t SweepAllocationFailures(Failing failing, Fn body) {
+  if (failing == Failing::kOnce) {
+    return internal::SweepOnce(
+        "failing only allocation ", [](std::size_t k) { return AllocationFault::Nth(k); }, body);
+  }
+  return internal::SweepOnce(
       "failing every allocation from ", [](std::size_t k) { return AllocationFault::FromNth(k); },
       body);
+}
+
+template <class Fn>
+std::size_t SweepAllocationFailures(Fn body) {
+  const std::size_t count = SweepAllocationFailures<Fn&>(Failing::kOnce, body);
+  if (::testing::Test::HasFailure()) return count;
+  SweepAllocationFailures<Fn&>(Failing::kFromThereOn, body);
   return count;
 }
 

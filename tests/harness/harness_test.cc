@@ -176,6 +176,31 @@ TEST(AllocationCount, CountsCallsAndBytes) {
   EXPECT_EQ(count.bytes(), 46u);
 }
 
+TEST(LiveBlocks, CountsWhatIsAllocatedAndNotReleased) {
+  const LiveBlocks live;
+  Block block(probe_malloc(10));
+  Block zeros(probe_calloc(3, 4));
+  EXPECT_EQ(live.count(), 2);
+  block.reset(probe_realloc(block.release(), 20));
+  EXPECT_EQ(live.count(), 2);
+  {
+    const LiveBlocks inner;
+    const Block text(probe_strdup("abc"));
+    zeros.reset();
+    EXPECT_EQ(inner.count(), 0);
+    EXPECT_EQ(live.count(), 2);
+  }
+  EXPECT_EQ(live.count(), 1);
+  const AllocationFault fault = AllocationFault::FromNth(0);
+  EXPECT_EQ(probe_realloc(block.get(), 30), nullptr);
+  EXPECT_EQ(Block(probe_realloc(nullptr, 30)), nullptr);
+  EXPECT_EQ(fault.failed(), 2u);
+  EXPECT_EQ(live.count(), 1);
+  { const std::string cxx(1000, 'x'); }
+  block.reset();
+  EXPECT_EQ(live.count(), 0);
+}
+
 TEST(FillAllocations, FillsMallocAndLeavesCallocZero) {
   const FillAllocations fill;
   const Block block(probe_malloc(6));

@@ -20,6 +20,7 @@ namespace vt::protocol {
 namespace {
 
 using vt::testing::AddText;
+using vt::testing::AllocationCount;
 using vt::testing::AllocationFault;
 using vt::testing::Bytes;
 using vt::testing::EventPtr;
@@ -82,6 +83,15 @@ TEST(CreatePdu, ReportsTheImage) {
   EXPECT_EQ(log.lines(),
             (std::vector<LogLine>{{kTrace, Printf("vtn_createPdu: allocated raw size 96 @ %p",
                                                   static_cast<void*>(ev->raw))}}));
+}
+
+TEST(CreatePdu, AllocatesTheImageAndTheSecurityHeaderOnly) {
+  const EventPtr ev = NewEvent();
+  ASSERT_EQ(AddText(ev.get(), 8, "home"), 0);
+  const AllocationCount count;
+  EXPECT_EQ(Create(ev.get()), 0);
+  EXPECT_EQ(count.allocations(), 2u);
+  EXPECT_EQ(count.bytes(), 96u + sizeof(security_header));
 }
 
 TEST(CreatePdu, OverwritesTheFixedHeaderFields) {

@@ -463,6 +463,14 @@ TEST_F(UdpPair, DatagramIsCutToTheBuffer) {
   EXPECT_TRUE(SameBytes(Text("anyt"), buffer.data(), 4));
 }
 
+TEST_F(UdpPair, DatagramOfOneByteIsNoFailure) {
+  Send("a");
+  LogCapture log(kTrace);
+  std::uint8_t buffer[4];
+  EXPECT_EQ(1, vtn_read_udp_message(receiver_, buffer, sizeof buffer));
+  EXPECT_EQ((std::vector<LogLine>{{kTrace, "vtn_read_udp_message: read of 1 bytes"}}), log.lines());
+}
+
 TEST_F(UdpPair, EmptyDatagramLogsAsAFailure) {
   Send("");
   LogCapture log(kTrace);

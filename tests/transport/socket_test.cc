@@ -301,6 +301,28 @@ TEST(CreateUdpSocket, SocketThatCannotBeCreatedIsClosedAllTheSame) {
             log.lines());
 }
 
+// A process without standard input gets descriptor 0.
+TEST(Sockets, MayHaveDescriptor0) {
+  const SocketHook socket_hook([](int, int, int) { return 0; });
+  const ConnectHook connect_hook([](int fd, const sockaddr*, socklen_t) {
+    EXPECT_EQ(0, fd);
+    return 0;
+  });
+  const GetsocknameHook getsockname_hook([](int, sockaddr*, socklen_t*) { return 0; });
+  const BindHook bind_hook([](int fd, const sockaddr*, socklen_t) {
+    EXPECT_EQ(0, fd);
+    return 0;
+  });
+  const CloseHook close_hook([](int) { return 0; });
+  SocketEndpoint endpoint = Garbage();
+  EXPECT_EQ(0, openConnectedSocket(&endpoint, "127.0.0.1", 7440));
+  EXPECT_EQ(0, endpoint.descriptor);
+  EXPECT_EQ(1u, connect_hook.calls());
+  EXPECT_EQ(0, createUdpSocket(0));
+  EXPECT_EQ(1u, bind_hook.calls());
+  EXPECT_EQ(0u, close_hook.calls());
+}
+
 TEST(BindUdpSocket, ReturnsTheDescriptorItBound) {
   std::uint32_t port = 0;
   {

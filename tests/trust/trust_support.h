@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -23,23 +24,25 @@
 #include "tests/harness/log_capture.h"
 #include "tests/harness/pdu_image.h"
 #include "tests/harness/peer.h"
+#include "tests/harness/sanitizers.h"
 
 namespace vt::testing {
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef VT_SANITIZER
 inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool kSanitized = __has_feature(address_sanitizer);
 #else
 inline constexpr bool kSanitized = false;
 #endif
 
-// Thinned gives the step of a large sweep: 1, or the given one under the slow sanitizers, where the
-// test says so in its output.
-inline std::size_t Thinned(std::size_t sanitized_step) {
-  if (!kSanitized) return 1;
-  std::cout << "sanitizers: every case number divisible by " << sanitized_step << " is taken\n";
-  return sanitized_step;
+// Thinned gives the step of a large sweep: 1, or the given one where tests are slow, which the test
+// says in its output: under the sanitizers, and ten times that under memcheck.
+inline std::size_t Thinned(std::size_t slow_step) {
+  const bool memcheck = std::getenv("VT_TESTS_UNDER_MEMCHECK") != nullptr;
+  if (!kSanitized && !memcheck) return 1;
+  const std::size_t step = memcheck ? 10 * slow_step : slow_step;
+  std::cout << (memcheck ? "memcheck" : "sanitizers") << ": every case number divisible by " << step
+            << " is taken\n";
+  return step;
 }
 
 inline Bytes Head(const Bytes& bytes, std::size_t size) {
@@ -68,14 +71,24 @@ inline PduImage RichReply(std::int8_t shipment = 1) {
       shipment);
 }
 
-// Corpus is signed messages: of every type, plain and aggregated, without elements, and mixed ones
-// of every shipment.
+// ReplyOfSize is a signed reply of exactly size bytes: one row, and opaque bytes up to the end.
+inline constexpr std::size_t kSmallestReplyOfSize = 166;
+inline Bytes ReplyOfSize(std::size_t size) {
+  Bytes filling(size - kSmallestReplyOfSize);
+  for (std::size_t i = 0; i < filling.size(); ++i) filling[i] = static_cast<std::uint8_t>(i * 7);
+  return SignedReply(
+      ReplyWith({Aggregate(13, "lamp", {Entry(1, {0, 11})}), Element(0, 0, filling)}));
+}
+
+// Corpus is signed messages: of every type, plain and aggregated, without elements, mixed ones of
+// every shipment, and one of the largest size.
 inline std::vector<Message> Corpus() {
   std::vector<Message> corpus = {
       {"without elements", SignedReply(ReplyWith({}))},
       {"reply", SignedReply(RichReply())},
       {"will", SignedReply(RichReply(-1))},
       {"wont", SignedReply(RichReply(-2))},
+      {"1400 bytes", ReplyOfSize(1400)},
   };
   for (const TlvVector& vector : AllVectors()) {
     std::string name = "type " + std::to_string(vector.type & 0x3FFFFFFF);
