@@ -122,9 +122,11 @@ Function* Next(const char* name) {
   return reinterpret_cast<Function*>(found);
 }
 
-// Forward asks the hooks of one call, or calls straight on while they are paused.
+// Forward asks the hooks of one call, or calls straight on while they are paused. Without
+// instrumentation, for a sanitizer reads and closes files while it reports.
 template <class Result, class... Args>
-Result Forward(CallHook<Result(Args...)>** current, Result (*real)(Args...), Args... args) {
+VT_UNINSTRUMENTED Result Forward(CallHook<Result(Args...)>** current, Result (*real)(Args...),
+                                 Args... args) {
   if (*current == nullptr || hooks_paused != 0) return real(args...);
   return CallHook<Result(Args...)>::Dispatch(current, real, args...);
 }
@@ -293,7 +295,7 @@ VT_INTERPOSED int poll(pollfd* fds, nfds_t count, int timeout_ms) {
   return Forward(&hooks.poll, real, fds, count, timeout_ms);
 }
 
-VT_INTERPOSED int close(int fd) {
+VT_INTERPOSED VT_UNINSTRUMENTED int close(int fd) {
   static auto* const real = Next<int(int)>("close");
   return Forward(&hooks.close, real, fd);
 }

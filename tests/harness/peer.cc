@@ -9,6 +9,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@
 
 #include "tests/harness/faults.h"
 #include "tests/harness/pdu_image.h"
+#include "tests/harness/sanitizers.h"
 
 namespace vt::testing {
 namespace {
@@ -318,6 +320,17 @@ ConnectedPair::ConnectedPair() {
   SendAtOnce(far);
 }
 
+// IsOfASanitizer tells of pipes, through which sanitizers probe memory, in any thread.
+bool IsOfASanitizer(int fd) {
+#ifdef VT_SANITIZER
+  struct stat status;
+  return fd > STDERR_FILENO && (fstat(fd, &status) != 0 || S_ISFIFO(status.st_mode));
+#else
+  (void)fd;
+  return false;
+#endif
+}
+
 std::set<int> OpenDescriptors() {
   const HookPause pause;
   const AllocationFault::Pause allocation_pause;
@@ -328,7 +341,8 @@ std::set<int> OpenDescriptors() {
   while (const dirent* entry = readdir(table)) {
     if (entry->d_name[0] == '.') continue;
     const int fd = std::atoi(entry->d_name);
-    if (fd != dirfd(table) && !hidden_descriptors.contains(fd)) result.insert(fd);
+    if (fd == dirfd(table) || hidden_descriptors.contains(fd) || IsOfASanitizer(fd)) continue;
+    result.insert(fd);
   }
   closedir(table);
   return result;
