@@ -11,6 +11,8 @@
 
 #include "vtapi/hmac.h"
 
+#include "support/bytes.h"
+
 namespace {
 
 static_assert(sizeof(SHA_CTX) == sizeof(hmac_context::hash_state), "the record is fixed");
@@ -20,6 +22,8 @@ static_assert(SHA_DIGEST_LENGTH == VT_DIGEST_SIZE && SHA_CBLOCK == VT_HASH_BLOCK
 constexpr std::uint8_t kInnerPad = 0x36;
 constexpr std::uint8_t kOuterPad = 0x5C;
 
+using vt::support::LoadHost;
+
 using Block = std::array<std::uint8_t, VT_HASH_BLOCK_SIZE>;
 using Digest = std::array<std::uint8_t, VT_DIGEST_SIZE>;
 
@@ -27,6 +31,49 @@ SHA_CTX* State(hmac_context* context) { return reinterpret_cast<SHA_CTX*>(contex
 
 // Lengths are 16 bits wide at this boundary, whatever wider number a caller passes.
 std::size_t Length16(std::uint32_t len) { return len & 0xFFFFU; }
+
+// A keyed state has digested one block and buffers nothing: its buffer has room for the state of
+// the outer hash, digested ahead, so that each message is spared a block. The tag tells such a
+// state from one that was made otherwise.
+struct PreparedOuter {
+  std::uint32_t tag;
+  SHA_LONG h[5];
+};
+static_assert(sizeof(PreparedOuter) <= sizeof(SHA_CTX::data));
+
+constexpr std::uint32_t kPrepared = 0x4F555452;
+constexpr SHA_LONG kOneBlockInBits = 8 * VT_HASH_BLOCK_SIZE;
+
+// BitsOf is how many bits a state has digested or buffers.
+std::uint64_t BitsOf(const SHA_CTX& state) {
+  return (std::uint64_t{state.Nh} << 32) | std::uint64_t{state.Nl};
+}
+
+void Prepare(SHA_CTX* keyed, const std::uint8_t* outer_pad) {
+  SHA_CTX outer;
+  SHA1_Init(&outer);
+  SHA1_Update(&outer, outer_pad, VT_HASH_BLOCK_SIZE);
+  const PreparedOuter prepared = {kPrepared, {outer.h0, outer.h1, outer.h2, outer.h3, outer.h4}};
+  std::memcpy(keyed->data, &prepared, sizeof prepared);
+}
+
+// BeginOuter makes the state that has digested the outer pad of a keyed context.
+void BeginOuter(const hmac_context& keyed, SHA_CTX* state) {
+  const auto inner = LoadHost<SHA_CTX>(keyed.hash_state);
+  PreparedOuter prepared;
+  std::memcpy(&prepared, inner.data, sizeof prepared);
+  SHA1_Init(state);
+  if (prepared.tag != kPrepared || BitsOf(inner) != kOneBlockInBits) {
+    SHA1_Update(state, keyed.outer_pad, sizeof keyed.outer_pad);
+    return;
+  }
+  state->h0 = prepared.h[0];
+  state->h1 = prepared.h[1];
+  state->h2 = prepared.h[2];
+  state->h3 = prepared.h[3];
+  state->h4 = prepared.h[4];
+  state->Nl = kOneBlockInBits;
+}
 
 void Update(SHA_CTX* state, const void* data, std::uint32_t len) {
   if (data != nullptr && Length16(len) != 0) SHA1_Update(state, data, Length16(len));
@@ -58,6 +105,7 @@ void hmac_shainit(hmac_context* context, const void* key, std::uint32_t key_len)
   }
   SHA1_Init(State(context));
   SHA1_Update(State(context), inner.data(), inner.size());
+  Prepare(State(context), context->outer_pad);
 }
 
 void hmac_shaupdate(hmac_context* context, const void* data, std::uint32_t len) {
@@ -83,10 +131,15 @@ void hmac_sha(const void* key, std::uint32_t key_len, const void* data, std::uin
 
 void hmac_sha_msg(const hmac_context* context, const void* data, std::uint32_t len,
                   std::uint8_t* digest) {
-  hmac_context copy{};
-  if (context != nullptr) std::memcpy(&copy, context, sizeof copy);
-  hmac_shaupdate(&copy, data, len);
-  hmac_shafinal(digest, &copy);
+  const hmac_context none{};
+  const hmac_context& keyed = context != nullptr ? *context : none;
+  auto state = LoadHost<SHA_CTX>(keyed.hash_state);
+  Update(&state, data, len);
+  Digest inner;
+  SHA1_Final(inner.data(), &state);
+  BeginOuter(keyed, &state);
+  SHA1_Update(&state, inner.data(), inner.size());
+  SHA1_Final(digest, &state);
 }
 
 void sha_hash(const void* first, std::uint32_t first_len, const void* second,

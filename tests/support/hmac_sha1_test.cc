@@ -237,6 +237,13 @@ TEST(HmacSha1, NothingBehindTheContextsPageIsTouched) {
   EXPECT_BYTES(digest.data(), 20, kKeyAbc);
 }
 
+TEST(HmacSha1, ContextThatHasDigestedWholeBlocksGoesOnFromThere) {
+  hmac_context context = KeyedContext(Text("key"));
+  const std::string block(64, 'a');
+  hmac_shaupdate(&context, block.data(), 64);
+  EXPECT_DIGEST("ce7ac38ef9472e0673914168b8c55a8c95f2ff27", HmacMsg(&context, Text("bc")));
+}
+
 TEST(HmacSha1, DigestMayStandAtAnOddAddress) {
   std::uint8_t block[22] = {};
   hmac_sha("key", 3, "abc", 3, block + 1);
