@@ -39,8 +39,9 @@ std::uint32_t Pack(void* dst, const T* src) {
 template <class Wire, class T>
 void UnpackInto(const void* src, T* dst, std::uint32_t* consumed, std::int32_t* remaining,
                 std::uint32_t* status) {
+  constexpr Heap kHeap;
   Reader in = InputOf(src, *remaining);
-  *status = ToWord(Wire::Read(in, *dst));
+  *status = ToWord(Wire::Read(in, kHeap, *dst));
   *consumed = Account(in, remaining);
 }
 
@@ -96,7 +97,8 @@ T* CloneNew(const T* src, std::uint32_t* status) {
 template <class Wire, class T>
 void ReleaseNew(T* value) {
   if (value == nullptr) return;
-  Wire::Release(*value);
+  constexpr Heap kHeap;
+  Wire::Release(kHeap, *value);
   ReleaseBlock(value);
 }
 

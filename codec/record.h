@@ -16,25 +16,26 @@ namespace vt::codec {
 // Field is one member in one wire form.
 template <auto Member, class Wire>
 struct Field {
-  template <class T>
-  static Status Read(Reader& in, T& record) {
-    return Wire::Read(in, record.*Member);
+  static constexpr bool kOwnsParts = Wire::kOwnsParts;
+  template <class Memory, class T>
+  static Status Read(Reader& in, Memory& memory, T& record) {
+    return Wire::Read(in, memory, record.*Member);
   }
   template <class T>
   static void Write(Writer& out, const T& record, NullText null_text) {
     Wire::Write(out, record.*Member, null_text);
   }
   template <class T>
-  static std::uint32_t Size(const T& record) {
+  static constexpr std::uint32_t Size(const T& record) {
     return Wire::Size(record.*Member);
   }
   template <class T>
   static Status Clone(const T& from, T& to) {
     return Wire::Clone(from.*Member, to.*Member);
   }
-  template <class T>
-  static void Release(T& record) {
-    Wire::Release(record.*Member);
+  template <class Memory, class T>
+  static void Release(Memory& memory, T& record) {
+    Wire::Release(memory, record.*Member);
   }
   template <class T>
   static void Forget(T& record) {
@@ -45,25 +46,26 @@ struct Field {
 // BlockField is a counted block held in two members.
 template <auto Length, auto Data>
 struct BlockField {
-  template <class T>
-  static Status Read(Reader& in, T& record) {
-    return CountedBlock::Read(in, record.*Length, record.*Data);
+  static constexpr bool kOwnsParts = CountedBlock::kOwnsParts;
+  template <class Memory, class T>
+  static Status Read(Reader& in, Memory& memory, T& record) {
+    return CountedBlock::Read(in, memory, record.*Length, record.*Data);
   }
   template <class T>
   static void Write(Writer& out, const T& record, NullText /*unused*/) {
     CountedBlock::Write(out, record.*Length, record.*Data);
   }
   template <class T>
-  static std::uint32_t Size(const T& record) {
+  static constexpr std::uint32_t Size(const T& record) {
     return CountedBlock::Size(record.*Length, record.*Data);
   }
   template <class T>
   static Status Clone(const T& from, T& to) {
     return CountedBlock::Clone(from.*Length, from.*Data, to.*Length, to.*Data);
   }
-  template <class T>
-  static void Release(T& record) {
-    CountedBlock::Release(record.*Length, record.*Data);
+  template <class Memory, class T>
+  static void Release(Memory& memory, T& record) {
+    CountedBlock::Release(memory, record.*Length, record.*Data);
   }
   template <class T>
   static void Forget(T& record) {
@@ -74,14 +76,16 @@ struct BlockField {
 template <class T, class... Fields>
 struct Record {
   using Host = T;
+  static constexpr bool kOwnsParts = (Fields::kOwnsParts || ...);
 
   // Read sets the fields in order up to the first that fails, after which nothing is owned. The
   // record counts as uninitialised memory before.
-  static Status Read(Reader& in, T& record) {
+  template <class Memory>
+  static Status Read(Reader& in, Memory& memory, T& record) {
     (Fields::Forget(record), ...);
     Status status;  // set by the first field
-    (void)(((status = Fields::Read(in, record)) == Status::kOk) && ...);
-    if (status != Status::kOk) Release(record);
+    (void)(((status = Fields::Read(in, memory, record)) == Status::kOk) && ...);
+    if (status != Status::kOk) Release(memory, record);
     return status;
   }
 
@@ -89,7 +93,7 @@ struct Record {
     (Fields::Write(out, record, null_text), ...);
   }
 
-  static std::uint32_t Size(const T& record) { return (Fields::Size(record) + ...); }
+  static constexpr std::uint32_t Size(const T& record) { return (Fields::Size(record) + ...); }
 
   // Clone makes to a copy; fields that do not travel, and on failure all, are zero.
   static Status Clone(const T& from, T& to) {
@@ -97,12 +101,16 @@ struct Record {
     Status status = Status::kOk;
     (CloneUnlessFailed<Fields>(from, to, status), ...);
     if (status == Status::kOk) return status;
-    Release(to);
+    constexpr Heap kHeap;
+    Release(kHeap, to);
     std::memset(&to, 0, sizeof to);
     return status;
   }
 
-  static void Release(T& record) { (Fields::Release(record), ...); }
+  template <class Memory>
+  static void Release(Memory& memory, T& record) {
+    (Fields::Release(memory, record), ...);
+  }
 
  private:
   // Most fields need no memory and cannot fail: as conditions of one expression, as in Read, they

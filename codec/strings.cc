@@ -8,19 +8,23 @@
 namespace {
 
 using vt::codec::Account;
+using vt::codec::Heap;
 using vt::codec::InputOf;
 using vt::codec::Reader;
 using vt::codec::Status;
 using vt::codec::ToWord;
 using vt::support::Owned;
 
+constexpr Heap kHeap;
+
 // ReadSized drives a read of len bytes under the conventions of the _tlv_ptr calls.
 template <class T>
-T* ReadSized(Status (*read)(Reader&, std::size_t, T*&), const void* src, std::uint32_t len,
-             std::uint32_t* consumed, std::int32_t* remaining, std::uint32_t* status) {
+T* ReadSized(Status (*read)(Reader&, const Heap&, std::size_t, T*&), const void* src,
+             std::uint32_t len, std::uint32_t* consumed, std::int32_t* remaining,
+             std::uint32_t* status) {
   T* out = nullptr;
   Reader in = InputOf(src, *remaining);
-  *status = ToWord(read(in, len, out));
+  *status = ToWord(read(in, Heap(), len, out));
   *consumed = Account(in, remaining);
   return out;
 }
@@ -61,7 +65,7 @@ char* vt_unpack_string_ptr(const void* src, std::uint32_t* consumed, std::int32_
                            std::uint32_t* status) {
   char* out = nullptr;
   Reader in = InputOf(src, *remaining);
-  *status = ToWord(vt::codec::CountedText::Read(in, out));
+  *status = ToWord(vt::codec::CountedText::Read(in, kHeap, out));
   *consumed = Account(in, remaining);
   return out;
 }
@@ -98,7 +102,7 @@ void* vt_unpack_void_ptr(const void* src, std::int32_t* len_out, std::uint32_t* 
   Status outcome = Status::kShortInput;
   if (in.Read(len)) {
     *len_out = static_cast<std::int32_t>(len);
-    outcome = len != 0 ? vt::codec::ReadBlock(in, len, out) : Status::kOk;
+    outcome = len != 0 ? vt::codec::ReadBlock(in, kHeap, len, out) : Status::kOk;
   }
   *status = ToWord(outcome);
   *consumed = Account(in, remaining);

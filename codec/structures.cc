@@ -18,7 +18,8 @@ std::uint32_t CloneTo(const T* src, T* dst, std::uint32_t* status) {
 
 template <class Wire, class T>
 void ReleaseParts(T* value) {
-  if (value != nullptr) Wire::Release(*value);
+  constexpr Heap kHeap;
+  if (value != nullptr) Wire::Release(kHeap, *value);
 }
 
 }  // namespace

@@ -13,19 +13,26 @@ bool IsEmptyBlock(const ValueKind& kind, std::uint32_t len) {
   return len == 0 && kind.null_plain == ValueKind::NullPlain::kZeros;
 }
 
+// CloneWith copies a value that is not null.
+Status CloneWith(const ValueKind& kind, const void* from, std::uint32_t len, void*& to) {
+  if (kind.clone != nullptr) return kind.clone(from, to);
+  to = NewBlock(kind.copy_size(from, len));
+  if (to == nullptr) return Status::kNoMemory;
+  kind.copy(to, from, len);
+  return Status::kOk;
+}
+
 // CloneEntryValue copies the value of an entry. One that is null, or of an unknown type, stays
 // null, and an empty block becomes null, as it would be when decoded.
-Status CloneEntryValue(const ValueKind* kind, const void* from, std::uint32_t len, HostValue& to) {
+Status CloneEntryValue(const ValueKind* kind, const void* from, std::uint32_t len, void*& to) {
   if (kind == nullptr || from == nullptr || IsEmptyBlock(*kind, len)) return Status::kOk;
-  return kind->clone(from, len, to);
+  return CloneWith(*kind, from, len, to);
 }
 
 Status ClonePlainEntry(const ValueKind* kind, const plain_entry& from, plain_entry& to) {
-  HostValue value;
-  const Status status = CloneEntryValue(kind, from.data, from.data_len, value);
   to.tag = from.tag;
-  to.data = value.data;
-  to.data_len = value.data != nullptr ? from.data_len : 0;
+  const Status status = CloneEntryValue(kind, from.data, from.data_len, to.data);
+  to.data_len = to.data != nullptr ? from.data_len : 0;
   return status;
 }
 
@@ -34,10 +41,7 @@ Status CloneComboEntry(const ValueKind* kind, const combo_entry& from, combo_ent
   if (const Status status = UsageHeaderWire::Clone(from.usage, to.usage); status != Status::kOk) {
     return status;
   }
-  HostValue value;
-  const Status status = CloneEntryValue(kind, from.data, 0, value);
-  to.data = value.data;
-  return status;
+  return CloneEntryValue(kind, from.data, 0, to.data);
 }
 
 Status CloneEntry(std::uint32_t type, const void* from, void*& slot) {
@@ -70,37 +74,63 @@ Status CloneAggregateInto(std::uint32_t type, const aggregated_value& from, aggr
   return Status::kOk;
 }
 
-Status CloneAggregate(std::uint32_t type, const void* value, HostValue& out) {
+Status CloneAggregate(std::uint32_t type, const void* value, void*& to) {
   auto* copy = NewRecord<aggregated_value>();
   if (copy == nullptr) return Status::kNoMemory;
   const auto from = support::LoadHost<aggregated_value>(value);
   const Status status = CloneAggregateInto(type, from, *copy);
   if (status != Status::kOk) {
-    ReleaseAggregate(type, copy);
+    ReleaseAggregate(Extent(), type, copy);
     return status;
   }
-  out.data = copy;
+  to = copy;
   return status;
 }
 
-Status CloneValue(std::uint32_t type, std::uint32_t value_len, const void* value, HostValue& out) {
-  constexpr std::uint32_t kLongestValue = 0x7FFFFFFF;
+constexpr std::uint32_t kLongestValue = 0x7FFFFFFF;
+
+Status CloneValue(std::uint32_t type, std::uint32_t value_len, const void* value, void*& to) {
   if (value_len > kLongestValue) return Status::kNoMemory;
   if (IsAggregated(type)) {
-    return value != nullptr ? CloneAggregate(type, value, out) : Status::kNullSource;
+    return value != nullptr ? CloneAggregate(type, value, to) : Status::kNullSource;
   }
   const ValueKind* kind = KindOf(type);
   if (kind == nullptr || !kind->has_value) return Status::kOk;
-  return value != nullptr ? kind->clone(value, value_len, out) : Status::kNullSource;
+  return value != nullptr ? CloneWith(*kind, value, value_len, to) : Status::kNullSource;
+}
+
+// CopiedWhole is the kind of a value whose copy is one block, or null.
+const ValueKind* CopiedWhole(std::uint32_t type, std::uint32_t value_len, const void* value) {
+  if (IsAggregated(type) || value == nullptr || value_len == 0 || value_len > kLongestValue) {
+    return nullptr;
+  }
+  const ValueKind* kind = KindOf(type);
+  return kind != nullptr && kind->copy != nullptr ? kind : nullptr;
 }
 
 }  // namespace
+
+Status NewTlv(std::uint32_t type, std::uint32_t length, std::uint32_t qualifier, const void* value,
+              OwnedTlv& out) {
+  const std::uint32_t value_len = length - VT_TLV_HEADER_SIZE;
+  const ValueKind* whole = CopiedWhole(type, value_len, value);
+  CompactTlv* made = NewCompactTlv(type, length, qualifier,
+                                   whole != nullptr ? whole->copy_size(value, value_len) : 0);
+  if (made == nullptr) return Status::kNoMemory;
+  out.reset(&made->tlv);
+  if (whole != nullptr) {
+    made->tlv.value = made + 1;
+    whole->copy(made->tlv.value, value, value_len);
+    return Status::kOk;
+  }
+  return value_len != 0 ? CloneValue(type, value_len, value, made->tlv.value) : Status::kOk;
+}
 
 }  // namespace vt::codec
 
 extern "C" void* vt_clone_tlv_ptr(std::uint32_t type, std::uint32_t value_len, const void* value,
                                   std::uint32_t* status) {
-  vt::codec::HostValue copy;
+  void* copy = nullptr;
   *status = ToWord(vt::codec::CloneValue(type, value_len, value, copy));
-  return copy.data;
+  return copy;
 }

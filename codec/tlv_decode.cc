@@ -2,6 +2,8 @@
 // it is held against the bytes that are there.
 #include <algorithm>
 #include <limits>
+#include <span>
+#include <utility>
 
 #include "vtapi/tlv.h"
 
@@ -19,99 +21,112 @@ struct ElementHeader {
   std::uint32_t qualifier;
 };
 
-// ReadPlainEntry reads the value behind the tag. The entry owns what was read, failed or not.
-Status ReadPlainEntry(Reader& in, const ValueKind& kind, plain_entry& entry) {
+// Null: it cannot be decoded, or there is no memory.
+using Element = OwnedBlock<CompactTlv>;
+
+// Room is a number of bytes in memory. It is wider than an address, so that what a length on the
+// wire is multiplied to cannot wrap.
+using Room = std::uint64_t;
+
+// NewElement returns an element with room bytes behind it for its parts.
+Element NewElement(const ElementHeader& header, Room room) {
+  // There never is as much memory as an address can tell of.
+  constexpr Room kTooMuch = std::numeric_limits<std::ptrdiff_t>::max() - sizeof(CompactTlv);
+  room = std::min(room, kTooMuch);
+  return Element(
+      NewCompactTlv(header.type, header.length, header.qualifier, static_cast<std::size_t>(room)));
+}
+
+// PartsRoom is what the texts and blocks take of values that are wire_bytes long on the wire. What
+// stands there besides, at the least a length for each, covers their terminators and paddings; the
+// spare word covers the terminator of a text that fills its element.
+Room PartsRoom(const ValueKind& kind, bool combo, std::size_t wire_bytes) {
+  if (!combo && kind.variable == ValueKind::Variable::kNothing) return 0;
+  return wire_bytes + sizeof(void*);
+}
+
+Element ReadPlainElement(Reader& in, const ElementHeader& header, const ValueKind& kind) {
+  const Room room = kind.value_room + PartsRoom(kind, false, in.remaining());
+  Element made = NewElement(header, room);
+  if (made == nullptr) return nullptr;
+  Arena arena(made.get() + 1, static_cast<std::size_t>(room));
   HostValue value;
-  const Status status = kind.decode(in, Place::kAggregated, value);
-  entry.data = value.data;
-  entry.data_len = value.len;
-  return status;
-}
-
-Status ReadComboEntry(Reader& in, const ValueKind& kind, combo_entry& entry) {
-  if (const Status status = UsageHeaderWire::Read(in, entry.usage); status != Status::kOk) {
-    return status;
-  }
-  HostValue value;
-  const Status status = kind.decode(in, Place::kAggregated, value);
-  entry.data = value.data;
-  return status;
-}
-
-Status ReadEntry(Reader& in, std::uint32_t type, const ValueKind& kind, void*& slot) {
-  const bool combo = cv_is_combo_tlv(type) != 0;
-  slot = combo ? static_cast<void*>(NewRecord<combo_entry>()) : NewRecord<plain_entry>();
-  if (slot == nullptr) return Status::kNoMemory;
-  std::uint32_t tag = 0;
-  if (!in.Read(tag)) return Status::kShortInput;
-  std::memcpy(slot, &tag, sizeof tag);  // both shapes begin with it
-  return combo ? ReadComboEntry(in, kind, *static_cast<combo_entry*>(slot))
-               : ReadPlainEntry(in, kind, *static_cast<plain_entry*>(slot));
-}
-
-Status ReadAggregate(Reader& in, std::uint32_t type, const ValueKind& kind, aggregated_value& out) {
-  if (const Status status = DeviceHeaderWire::Read(in, out.device); status != Status::kOk) {
-    return status;
-  }
-  std::uint32_t count = 0;
-  if (!in.Read(count)) return Status::kShortInput;
-  constexpr std::size_t kLeastEntrySize = 4;
-  if (count > in.remaining() / kLeastEntrySize) return Status::kShortInput;
-  if (count == 0) return Status::kOk;
-  out.entries = NewEntrySlots(count);
-  if (out.entries == nullptr) return Status::kNoMemory;
-  out.entry_count = count;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    if (const Status status = ReadEntry(in, type, kind, out.entries[i]); status != Status::kOk) {
-      return status;
-    }
-  }
-  return Status::kOk;
-}
-
-Status ReadAggregatedElement(Reader& in, const ValueKind& kind, Tlv& tlv) {
-  auto* aggregate = NewRecord<aggregated_value>();
-  if (aggregate == nullptr) return Status::kNoMemory;
-  tlv.value = aggregate;
-  return ReadAggregate(in, tlv.type, kind, *aggregate);
-}
-
-Status ReadPlainElement(Reader& in, const ValueKind& kind, Tlv& tlv) {
-  HostValue value;
-  if (const Status status = kind.decode(in, Place::kPlain, value); status != Status::kOk) {
-    return status;
-  }
+  if (kind.decode(in, arena, value) != Status::kOk) return nullptr;
+  Tlv& tlv = made->tlv;
   tlv.value = value.data;
   // A text counts its terminator in memory. All other plain values fill their element, or are
   // dropped for what they leave over.
   if (value.len > tlv.length - VT_TLV_HEADER_SIZE) tlv.length = VT_TLV_HEADER_SIZE + value.len;
-  return Status::kOk;
+  return made;
+}
+
+// AggregateCounts are the numbers that an aggregate is measured by.
+struct AggregateCounts {
+  std::uint32_t device_data = 0;
+  std::uint32_t entries = 0;
+  std::size_t entry_bytes = 0;
+
+  // Look reads ahead, and holds the numbers against the bytes that are there.
+  [[nodiscard]] bool Look(Reader in) {
+    constexpr std::size_t kLeastEntrySize = 4;
+    if (!in.Skip(sizeof(corvane_id)) || !in.Read(device_data) || !in.Skip(device_data) ||
+        !in.Read(entries)) {
+      return false;
+    }
+    entry_bytes = in.remaining();
+    return entries <= entry_bytes / kLeastEntrySize;
+  }
+};
+
+Room AggregateRoom(const AggregateCounts& counts, const ValueKind& kind, bool combo) {
+  constexpr Room kPadding = sizeof(void*) - 1;  // behind the data of the device
+  const Room entry = (combo ? sizeof(combo_entry) : sizeof(plain_entry)) + kind.value_room;
+  return sizeof(aggregated_value) + counts.device_data + kPadding +
+         counts.entries * (sizeof(void*) + entry) + PartsRoom(kind, combo, counts.entry_bytes);
+}
+
+Element ReadAggregatedElement(Reader& in, const ElementHeader& header, const ValueKind& kind) {
+  AggregateCounts counts;
+  if (!counts.Look(in)) return nullptr;
+  const bool combo = cv_is_combo_tlv(header.type) != 0;
+  const Room room = AggregateRoom(counts, kind, combo);
+  Element made = NewElement(header, room);
+  if (made == nullptr) return nullptr;
+  Arena arena(made.get() + 1, static_cast<std::size_t>(room));
+  auto* aggregate =
+      static_cast<aggregated_value*>(arena.New<aggregated_value>(sizeof(aggregated_value)));
+  *aggregate = {};
+  made->tlv.value = aggregate;
+  // The look ahead has seen all of this.
+  device_header& device = aggregate->device;
+  (void)Identity::Read(in, arena, device.id);
+  (void)CountedBlock::Read(in, arena, device.data_len, device.data);
+  (void)in.Skip(sizeof counts.entries);
+  Status status = Status::kOk;
+  if (counts.entries != 0) {
+    const auto read = combo ? kind.read_combo_entries : kind.read_plain_entries;
+    status = read(in, arena, counts.entries, *aggregate);
+  }
+  return status == Status::kOk ? std::move(made) : nullptr;
 }
 
 // ReadElement decodes the value bytes of an element, all of which must be used.
-Tlv* ReadElement(const ElementHeader& header, Reader value) {
-  OwnedTlv tlv(NewRecord<Tlv>());
-  if (tlv == nullptr) return nullptr;
-  tlv->type = header.type;
-  tlv->length = header.length;
-  tlv->qualifier = header.qualifier;
-  if (value.remaining() == 0) return tlv.release();
-
+Element ReadElement(const ElementHeader& header, Reader value) {
+  if (value.remaining() == 0) return NewElement(header, 0);
   const auto number = static_cast<int>(TypeNumber(header.type));
   const ValueKind* kind = KindOf(header.type);
   if (kind == nullptr) {
     VT_LOG_AS(kTrace, "cv_create_tlv_from_raw_buf", "Skipping unknown TLV, type = %d", number);
-    return tlv.release();
+    return NewElement(header, 0);
   }
-  const Status status = IsAggregated(header.type) ? ReadAggregatedElement(value, *kind, *tlv)
-                                                  : ReadPlainElement(value, *kind, *tlv);
-  if (status != Status::kOk) return nullptr;
-  if (value.remaining() != 0) {
+  Element made = IsAggregated(header.type) ? ReadAggregatedElement(value, header, *kind)
+                                           : ReadPlainElement(value, header, *kind);
+  if (made != nullptr && value.remaining() != 0) {
     VT_LOG_AS(kError, "cv_create_tlv_from_raw_buf",
               "Received mismatched TLV for type %d, dropping packet", number);
     return nullptr;
   }
-  return tlv.release();
+  return made;
 }
 
 std::int32_t ClampedDifference(std::int32_t remaining, std::uint32_t length) {
@@ -135,7 +150,8 @@ extern "C" Tlv* cv_create_tlv_from_raw_buf(std::int32_t* remaining, std::uint8_t
   if (header.length < VT_TLV_HEADER_SIZE) return nullptr;
   Bytes value;
   if (!in.Take(header.length - VT_TLV_HEADER_SIZE, value)) return nullptr;
-  Tlv* tlv = ReadElement(header, Reader(value));
-  if (tlv != nullptr) *cursor += header.length;
-  return tlv;
+  CompactTlv* made = ReadElement(header, Reader(value)).release();
+  if (made == nullptr) return nullptr;
+  *cursor += header.length;
+  return &made->tlv;
 }

@@ -2,6 +2,7 @@
 // the bytes written are always the size.
 #include "vtapi/tlv.h"
 
+#include "codec/tlv_size.h"
 #include "codec/type_table.h"
 
 namespace vt::codec {
@@ -29,10 +30,10 @@ std::uint32_t EntrySize(std::uint32_t type, const ValueKind& kind, const void* e
   if (cv_is_combo_tlv(type) != 0) {
     const auto& combo = RecordAt<combo_entry>(entry);
     return kTagSize + UsageHeaderWire::Size(combo.usage) +
-           kind.size(Place::kAggregated, combo.data, 0);
+           kind.Size(Place::kAggregated, combo.data, 0);
   }
   const auto& plain = RecordAt<plain_entry>(entry);
-  return kTagSize + kind.size(Place::kAggregated, plain.data, plain.data_len);
+  return kTagSize + kind.Size(Place::kAggregated, plain.data, plain.data_len);
 }
 
 void WriteEntry(Writer& out, std::uint32_t type, const ValueKind& kind, const void* entry) {
@@ -89,7 +90,7 @@ std::uint32_t ValueSize(const Tlv& tlv) {
   }
   const ValueKind* kind = KindOf(tlv.type);
   if (TravelsWithoutValue(tlv, kind)) return 0;
-  return kind->size(Place::kPlain, tlv.value, PlainLength(tlv));
+  return kind->Size(Place::kPlain, tlv.value, PlainLength(tlv));
 }
 
 void WriteValue(Writer& out, const Tlv& tlv) {
@@ -116,7 +117,7 @@ std::uint32_t vt_get_tlv_size(const Tlv* tlv) {
 
 std::uint32_t cv_update_raw_buf_from_tlv(const Tlv* tlv, std::uint8_t* dst) {
   if (tlv == nullptr) return 0;
-  const std::uint32_t size = vt_get_tlv_size(tlv);
+  const std::uint32_t size = vt::codec::TlvSize(*tlv);
   vt::codec::Writer out(dst, size);
   out.Write(tlv->type);
   out.Write(size);

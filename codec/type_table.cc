@@ -1,7 +1,5 @@
 #include "codec/type_table.h"
 
-#include <array>
-
 #include "vtapi/enumerations.h"
 
 namespace vt::codec {
@@ -25,10 +23,13 @@ constexpr ValueKind kAlarm = MakeKind<RecordKind<AlarmWire>>();
 constexpr ValueKind kDeltaVector = MakeKind<PaddedKind<DeltaVectorWire>>();
 constexpr ValueKind kUsageVector = MakeKind<PaddedKind<UsageVectorWire>>();
 // The vectors of combined types have their own length, whatever length stands beside them.
-constexpr ValueKind kComboDeltaVector = MakeKind<RecordKind<DeltaVectorWire>>();
-constexpr ValueKind kComboUsageVector = MakeKind<RecordKind<UsageVectorWire>>();
+constexpr ValueKind kComboDeltaVector = MakeComboKind<RecordKind<DeltaVectorWire>>();
+constexpr ValueKind kComboUsageVector = MakeComboKind<RecordKind<UsageVectorWire>>();
+constexpr ValueKind kComboUsage = MakeComboKind<IntegerKind<std::uint16_t>>();
 
-constexpr std::array<TypeRow, VT_TLV_TYPE_COUNT> kRows = {{
+}  // namespace
+
+constexpr TypeRow kTypeRows[VT_TLV_TYPE_COUNT] = {
     {CV_CORVANE_TLV_TYPE_RESERVED, &kOpaque, 0, kNoAttribute},
     {CV_CORVANE_TLV_TYPE_VLTRS_ID, &kSenderId, 36, VT_ATTRIBUTE_ID},
     {CV_CORVANE_TLV_TYPE_ID, &kIdentity, 32, kNoAttribute},
@@ -73,7 +74,7 @@ constexpr std::array<TypeRow, VT_TLV_TYPE_COUNT> kRows = {{
     {VT_TLV_QUERY_TIMEOUT, &kUint8, 1, VT_ATTRIBUTE_QUERY_TIMEOUT},
     // Deliberate: a length of 4 for a type that carries no value; and 37, 47, 49 and 50 have none.
     {VT_TLV_ACKNOWLEDGEMENT, &kNoValue, 4, kNoAttribute},
-    {VT_TLV_COMBINED_USAGE, &kUint16, 26, kNoAttribute},
+    {VT_TLV_COMBINED_USAGE, &kComboUsage, 26, kNoAttribute},
     {VT_TLV_COMBINED_USAGE_VECTOR, &kComboUsageVector, 46, kNoAttribute},
     {VT_TLV_COMBINED_DELTA_VECTOR, &kComboDeltaVector, 68, kNoAttribute},
     {VT_TLV_RECURRENCE, &kRecurrence, 12, VT_ATTRIBUTE_RECURRENCE},
@@ -82,23 +83,18 @@ constexpr std::array<TypeRow, VT_TLV_TYPE_COUNT> kRows = {{
     {VT_TLV_UINT16_49, &kUint16, kUnknownLength, kNoAttribute},
     {VT_TLV_ALARM, &kAlarm, kUnknownLength, kNoAttribute},
     {VT_TLV_USAGE_CATEGORY, &kInt32, 4, VT_ATTRIBUTE_USAGE_CATEGORY},
-}};
+};
+
+namespace {
 
 consteval bool RowsStandAtTheirNumbers() {
-  for (std::uint32_t i = 0; i < kRows.size(); ++i) {
-    if (kRows[i].number != i || kRows[i].kind == nullptr) return false;
+  for (std::uint32_t i = 0; i < VT_TLV_TYPE_COUNT; ++i) {
+    if (kTypeRows[i].number != i || kTypeRows[i].kind == nullptr) return false;
   }
   return true;
 }
 static_assert(RowsStandAtTheirNumbers(), "a type is missing or out of order");
 
 }  // namespace
-
-std::span<const TypeRow> TypeRows() { return kRows; }
-
-const ValueKind* KindOf(std::uint32_t type) {
-  const std::uint32_t number = TypeNumber(type);
-  return number < kRows.size() ? kRows[number].kind : nullptr;
-}
 
 }  // namespace vt::codec

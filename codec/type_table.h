@@ -22,8 +22,10 @@ struct TypeRow {
 constexpr std::int32_t kNoAttribute = -1;
 constexpr std::uint32_t kUnknownLength = 255;
 
-// TypeRows gives all rows; the row of number n stands at n.
-[[nodiscard]] std::span<const TypeRow> TypeRows();
+// kTypeRows has all rows; the row of number n stands at n.
+extern const TypeRow kTypeRows[VT_TLV_TYPE_COUNT];
+
+[[nodiscard]] inline std::span<const TypeRow> TypeRows() { return kTypeRows; }
 
 // TypeNumber strips the flags of a type word.
 constexpr std::uint32_t TypeNumber(std::uint32_t type) { return type & VT_TLV_NUMBER_MASK; }
@@ -31,7 +33,10 @@ constexpr std::uint32_t TypeNumber(std::uint32_t type) { return type & VT_TLV_NU
 constexpr bool IsAggregated(std::uint32_t type) { return (type & VT_TLV_AGGREGATED) != 0; }
 
 // KindOf gives the kind of a type word, flags and all, or null for an unknown number.
-[[nodiscard]] const ValueKind* KindOf(std::uint32_t type);
+[[nodiscard]] inline const ValueKind* KindOf(std::uint32_t type) {
+  const std::uint32_t number = TypeNumber(type);
+  return number < VT_TLV_TYPE_COUNT ? kTypeRows[number].kind : nullptr;
+}
 
 }  // namespace vt::codec
 

@@ -5,6 +5,7 @@
 #define VT_CODEC_VALUE_KIND_H
 
 #include <cstdint>
+#include <span>
 
 #include "codec/boundary.h"
 #include "codec/records.h"
@@ -25,40 +26,64 @@ struct HostValue {
 struct ValueKind {
   // What a null value of a plain element stands for: nothing, or as many zero bytes as it lacks.
   enum class NullPlain { kNothing, kZeros };
+  // Whether the value is of variable length, or is a record which owns such parts.
+  enum class Variable { kNothing, kWhole, kParts };
 
-  // decode takes a value; of a plain element, the whole input belongs to it.
-  Status (*decode)(Reader& in, Place place, HostValue& out);
-  // encode writes exactly size bytes; a null value as an all-zero one.
+  // decode takes the value of a plain element, to which the whole input belongs.
+  Status (*decode)(Reader& in, Arena& arena, HostValue& out);
+  // read_plain_entries and, for values of combined types, read_combo_entries give an aggregate its
+  // entries, which are one or more.
+  Status (*read_plain_entries)(Reader& in, Arena& arena, std::uint32_t count,
+                               aggregated_value& aggregate);
+  Status (*read_combo_entries)(Reader& in, Arena& arena, std::uint32_t count,
+                               aggregated_value& aggregate);
+  // encode writes exactly Size bytes; a null value as an all-zero one.
   void (*encode)(Writer& out, Place place, const void* value, std::uint32_t len);
+  // size measures values of variable size. All others take fixed_size bytes.
   std::uint32_t (*size)(Place place, const void* value, std::uint32_t len);
-  // clone copies a value that is not null.
-  Status (*clone)(const void* value, std::uint32_t len, HostValue& out);
-  void (*release)(void* value);
+  std::uint32_t fixed_size;
+  // A copy of a value that is not null is one block of copy_size bytes, which copy fills. Values
+  // that own parts, or are none, have clone instead.
+  std::uint32_t (*copy_size)(const void* value, std::uint32_t len);
+  void (*copy)(void* to, const void* from, std::uint32_t len);
+  Status (*clone)(const void* value, void*& to);
+  // release releases what of a value lies outside of its element's block.
+  void (*release)(const Extent& own, void* value);
+  // A value in an arena takes value_room bytes and, if it has texts or blocks, no more besides than
+  // its bytes on the wire, counts and paddings against lengths.
+  std::uint32_t value_room;
+  Variable variable;
   NullPlain null_plain;
   // has_value is false for types that carry no value: then nothing to clone is no failure.
   bool has_value;
+
+  [[nodiscard]] std::uint32_t Size(Place place, const void* value, std::uint32_t len) const {
+    return size != nullptr ? size(place, value, len) : fixed_size;
+  }
 };
 
 // NoValue: nothing in either place.
 struct NoValueKind {
-  static Status Decode(Reader& /*in*/, Place /*place*/, HostValue& /*out*/) { return Status::kOk; }
-  static void Encode(Writer& /*out*/, Place /*place*/, const void* /*value*/,
-                     std::uint32_t /*len*/) {}
-  static std::uint32_t Size(Place /*place*/, const void* /*value*/, std::uint32_t /*len*/) {
-    return 0;
-  }
-  static Status Clone(const void* /*value*/, std::uint32_t /*len*/, HostValue& /*out*/) {
+  static constexpr std::uint32_t kRoom = 0;
+  static constexpr auto kVariable = ValueKind::Variable::kNothing;
+  static Status Decode(Reader& /*in*/, Arena& /*arena*/, Place /*place*/, HostValue& /*out*/) {
     return Status::kOk;
   }
-  static void Release(void* value) { ReleaseBlock(value); }
+  static constexpr std::uint32_t kFixedSize = 0;
+  static void Encode(Writer& /*out*/, Place /*place*/, const void* /*value*/,
+                     std::uint32_t /*len*/) {}
+  static Status Clone(const void* /*value*/, void*& /*to*/) { return Status::kOk; }
+  static void Release(const Extent& own, void* value) { own.Release(value); }
 };
 
 // Opaque: bytes whose length is kept beside them.
 struct OpaqueKind {
-  static Status Decode(Reader& in, Place place, HostValue& out) {
-    if (place == Place::kAggregated) return CountedBlock::Read(in, out.len, out.data);
+  static constexpr std::uint32_t kRoom = 0;
+  static constexpr auto kVariable = ValueKind::Variable::kWhole;
+  static Status Decode(Reader& in, Arena& arena, Place place, HostValue& out) {
+    if (place == Place::kAggregated) return CountedBlock::Read(in, arena, out.len, out.data);
     out.len = static_cast<std::uint32_t>(in.remaining());
-    return ReadBlock(in, in.remaining(), out.data);
+    return ReadBlock(in, arena, in.remaining(), out.data);
   }
   static void Encode(Writer& out, Place place, const void* value, std::uint32_t len) {
     if (place == Place::kAggregated) return CountedBlock::Write(out, len, value);
@@ -68,21 +93,22 @@ struct OpaqueKind {
   static std::uint32_t Size(Place place, const void* value, std::uint32_t len) {
     return place == Place::kAggregated ? CountedBlock::Size(len, value) : len;
   }
-  static Status Clone(const void* value, std::uint32_t len, HostValue& out) {
-    out.data = CopyBlock(value, len);
-    out.len = len;
-    return out.data != nullptr ? Status::kOk : Status::kNoMemory;
+  static std::uint32_t CopySize(const void* /*value*/, std::uint32_t len) { return len; }
+  static void Copy(void* to, const void* from, std::uint32_t len) {
+    if (len != 0) std::memcpy(to, from, len);
   }
-  static void Release(void* value) { ReleaseBlock(value); }
+  static void Release(const Extent& own, void* value) { own.Release(value); }
 };
 
 // Text: zero-terminated in memory; its own length counts, not the one beside it.
 struct TextKind {
-  static Status Decode(Reader& in, Place place, HostValue& out) {
+  static constexpr std::uint32_t kRoom = 0;
+  static constexpr auto kVariable = ValueKind::Variable::kWhole;
+  static Status Decode(Reader& in, Arena& arena, Place place, HostValue& out) {
     std::uint32_t len = static_cast<std::uint32_t>(in.remaining());
     if (place == Place::kAggregated && !in.Read(len)) return Status::kShortInput;
     char* text = nullptr;
-    const Status status = ReadText(in, len, text);
+    const Status status = ReadText(in, arena, len, text);
     if (status == Status::kOk) out = {text, len + 1};
     return status;
   }
@@ -95,41 +121,51 @@ struct TextKind {
     const char* text = static_cast<const char*>(value);
     return place == Place::kAggregated ? CountedText::Size(text) : TextLength(text);
   }
-  static Status Clone(const void* value, std::uint32_t /*len*/, HostValue& out) {
-    char* copy = nullptr;
-    const Status status = CloneText(static_cast<const char*>(value), copy);
-    if (status == Status::kOk) out = {copy, TextLength(copy) + 1};
-    return status;
+  static std::uint32_t CopySize(const void* value, std::uint32_t /*len*/) {
+    return TextLength(static_cast<const char*>(value)) + 1;
   }
-  static void Release(void* value) { ReleaseBlock(value); }
+  static void Copy(void* to, const void* from, std::uint32_t len) {
+    std::memcpy(to, from, CopySize(from, len));
+  }
+  static void Release(const Extent& own, void* value) { own.Release(value); }
 };
 
 // RecordKind serves integers and structures: the wire form decides, the length beside it does not.
 template <class Wire, class T = typename Wire::Host>
 struct RecordKind {
-  static Status Decode(Reader& in, Place /*place*/, HostValue& out) {
-    OwnedBlock<T> value(NewRecord<T>());
+  static constexpr std::uint32_t kRoom = sizeof(T);
+  static constexpr auto kVariable =
+      Wire::kOwnsParts ? ValueKind::Variable::kParts : ValueKind::Variable::kNothing;
+  static constexpr std::uint32_t kFixedSize = Wire::kOwnsParts ? 0 : Wire::Size(T{});
+  static Status Decode(Reader& in, Arena& arena, Place /*place*/, HostValue& out) {
+    auto* value = static_cast<T*>(arena.New<T>(sizeof(T)));
     if (value == nullptr) return Status::kNoMemory;
+    std::memset(value, 0, sizeof(T));
     const std::size_t before = in.remaining();
-    const Status status = Wire::Read(in, *value);
-    if (status == Status::kOk) {
-      out = {value.release(), static_cast<std::uint32_t>(before - in.remaining())};
-    }
+    const Status status = Wire::Read(in, arena, *value);
+    out = {value, static_cast<std::uint32_t>(before - in.remaining())};
     return status;
   }
   static void Encode(Writer& out, Place /*place*/, const void* value, std::uint32_t /*len*/) {
     Wire::Write(out, ValueOrZero(value), NullText::kEmpty);
   }
-  static std::uint32_t Size(Place /*place*/, const void* value, std::uint32_t /*len*/) {
+  static std::uint32_t Size(Place /*place*/, const void* value,
+                            std::uint32_t /*len*/) requires(Wire::kOwnsParts) {
     return Wire::Size(ValueOrZero(value));
   }
-  static Status Clone(const void* value, std::uint32_t /*len*/, HostValue& out) {
+  static std::uint32_t CopySize(const void* /*value*/, std::uint32_t /*len*/) { return sizeof(T); }
+  static void Copy(void* to, const void* from, std::uint32_t /*len*/) requires(!Wire::kOwnsParts) {
+    (void)Wire::Clone(support::LoadHost<T>(from), *static_cast<T*>(to));  // has no way to fail
+  }
+  static Status Clone(const void* value, void*& to) requires(Wire::kOwnsParts) {
     Status status;
-    T* copy = CloneNew<Wire, T>(value, status);
-    if (status == Status::kOk) out = {copy, Wire::Size(*copy)};
+    to = CloneNew<Wire, T>(value, status);
     return status;
   }
-  static void Release(void* value) { ReleaseNew<Wire>(static_cast<T*>(value)); }
+  static void Release(const Extent& own, void* value) {
+    Wire::Release(own, *static_cast<T*>(value));
+    own.Release(value);
+  }
 
  private:
   static T ValueOrZero(const void* value) {
@@ -144,24 +180,129 @@ struct RecordKind {
 // shorter than the record: what the caller's value lacks is zero.
 template <class Wire, class T = typename Wire::Host>
 struct PaddedKind : RecordKind<Wire, T> {
-  static Status Clone(const void* value, std::uint32_t len, HostValue& out) {
-    const std::uint32_t size = len > sizeof(T) ? len : static_cast<std::uint32_t>(sizeof(T));
-    out.data = NewZeroedBlock(size);
-    if (out.data == nullptr) return Status::kNoMemory;
-    if (len != 0) std::memcpy(out.data, value, len);
-    out.len = len;
+  static std::uint32_t CopySize(const void* /*value*/, std::uint32_t len) {
+    return len > sizeof(T) ? len : static_cast<std::uint32_t>(sizeof(T));
+  }
+  static void Copy(void* to, const void* from, std::uint32_t len) {
+    std::memset(to, 0, sizeof(T));
+    OpaqueKind::Copy(to, from, len);
+  }
+};
+
+template <std::integral T>
+struct IntegerKind : RecordKind<Integer<T>, T> {
+  // ReadAll fills entries which are all of one size on the wire, and so need one check of bounds.
+  static Status ReadAll(Reader& in, Arena& arena, std::span<plain_entry> entries) {
+    constexpr std::size_t kWireSize = sizeof(std::uint32_t) + sizeof(T);
+    Bytes wire;
+    if (!in.Take(entries.size() * kWireSize, wire)) return Status::kShortInput;
+    auto* value = static_cast<T*>(arena.New<T>(entries.size() * sizeof(T)));
+    if (value == nullptr) return Status::kNoMemory;
+    const std::uint8_t* at = wire.data();
+    for (plain_entry& entry : entries) {
+      *value = support::LoadNetwork<T>(at + sizeof(std::uint32_t));
+      entry = {support::LoadNetwork<std::uint32_t>(at), sizeof(T), value++};
+      at += kWireSize;
+    }
     return Status::kOk;
   }
 };
 
-template <class T>
-using IntegerKind = RecordKind<Integer<T>, T>;
+// ReadTag takes the word that an entry of either shape begins with.
+template <class Entry>
+Status ReadTag(Reader& in, Entry& entry) {
+  return in.Read(entry.tag) ? Status::kOk : Status::kShortInput;
+}
+
+template <class Kind>
+Status ReadEntry(Reader& in, Arena& arena, plain_entry& entry) {
+  if (const Status status = ReadTag(in, entry); status != Status::kOk) return status;
+  HostValue value;
+  const Status status = Kind::Decode(in, arena, Place::kAggregated, value);
+  entry.data = value.data;
+  entry.data_len = value.len;
+  return status;
+}
+
+template <class Kind>
+Status ReadEntry(Reader& in, Arena& arena, combo_entry& entry) {
+  if (const Status status = ReadTag(in, entry); status != Status::kOk) return status;
+  if (const Status status = UsageHeaderWire::Read(in, arena, entry.usage); status != Status::kOk) {
+    return status;
+  }
+  HostValue value;
+  const Status status = Kind::Decode(in, arena, Place::kAggregated, value);
+  entry.data = value.data;
+  return status;
+}
+
+// NewEntries makes an array of pointers and, behind it, the entries that they lead to, which may
+// hold anything; none without room.
+template <class Entry>
+std::span<Entry> NewEntries(Arena& arena, std::uint32_t count, aggregated_value& aggregate) {
+  static_assert(alignof(Entry) <= alignof(void*));
+  auto** slots = static_cast<void**>(arena.New<void*>(count * (sizeof(void*) + sizeof(Entry))));
+  if (slots == nullptr) return {};
+  const std::span<Entry> entries(static_cast<Entry*>(static_cast<void*>(slots + count)), count);
+  for (std::uint32_t i = 0; i < count; ++i) slots[i] = &entries[i];
+  aggregate.entries = slots;
+  aggregate.entry_count = count;
+  return entries;
+}
+
+// ReadEntries has a loop of its own for each kind, for aggregates of many small values.
+template <class Kind, class Entry>
+Status ReadEntries(Reader& in, Arena& arena, std::uint32_t count, aggregated_value& aggregate) {
+  const std::span<Entry> entries = NewEntries<Entry>(arena, count, aggregate);
+  if (entries.empty()) return Status::kNoMemory;
+  if constexpr (requires { Kind::ReadAll(in, arena, entries); }) {
+    return Kind::ReadAll(in, arena, entries);
+  } else {
+    for (Entry& entry : entries) {
+      if (const Status status = ReadEntry<Kind>(in, arena, entry); status != Status::kOk) {
+        return status;
+      }
+    }
+    return Status::kOk;
+  }
+}
+
+template <class Kind>
+Status ReadPlain(Reader& in, Arena& arena, HostValue& out) {
+  return Kind::Decode(in, arena, Place::kPlain, out);
+}
 
 template <class Kind>
 consteval ValueKind MakeKind(ValueKind::NullPlain null_plain = ValueKind::NullPlain::kNothing,
                              bool has_value = true) {
-  return {Kind::Decode,  Kind::Encode, Kind::Size, Kind::Clone,
-          Kind::Release, null_plain,   has_value};
+  ValueKind kind{};
+  kind.decode = ReadPlain<Kind>;
+  kind.read_plain_entries = ReadEntries<Kind, plain_entry>;
+  kind.encode = Kind::Encode;
+  if constexpr (requires { Kind::Size(Place::kPlain, nullptr, 0); }) {
+    kind.size = Kind::Size;
+  } else {
+    kind.fixed_size = Kind::kFixedSize;
+  }
+  if constexpr (requires { Kind::Copy(nullptr, nullptr, 0); }) {
+    kind.copy_size = Kind::CopySize;
+    kind.copy = Kind::Copy;
+  } else {
+    kind.clone = Kind::Clone;
+  }
+  kind.release = Kind::Release;
+  kind.value_room = Kind::kRoom;
+  kind.variable = Kind::kVariable;
+  kind.null_plain = null_plain;
+  kind.has_value = has_value;
+  return kind;
+}
+
+template <class Kind>
+consteval ValueKind MakeComboKind() {
+  ValueKind kind = MakeKind<Kind>();
+  kind.read_combo_entries = ReadEntries<Kind, combo_entry>;
+  return kind;
 }
 
 }  // namespace vt::codec

@@ -1,11 +1,13 @@
 // The wire forms of which all values are made: integers, identities, counted texts and counted
 // blocks. Each form is a stateless type with the same operations on its host form T:
 //
-//   Status Read(Reader&, T&)            sets out, or leaves nothing owned in it
+//   Status Read(Reader&, M&, T&)        sets out, or leaves nothing owned in it; M is a memory
 //   void Write(Writer&, const T&, NullText)
-//   std::uint32_t Size(const T&)        bytes on the wire; a null text counts its length word
+//   std::uint32_t Size(const T&)        bytes on the wire; a null text counts its length word;
+//                                       constant, and known to the compiler, where nothing is owned
 //   Status Clone(const T& from, T& to)  deep copy; a null text or block stays null
-//   void Release(T&)                    returns what is owned and nulls it
+//   void Release(M&, T&)                returns what is owned and nulls it
+//   bool kOwnsParts                     whether there is anything to release
 //   void Forget(T&)                     nulls what would be owned, in memory that holds nothing yet
 #ifndef VT_CODEC_WIRE_H
 #define VT_CODEC_WIRE_H
@@ -39,11 +41,12 @@ inline std::uint32_t TextLength(const char* text) {
 }
 
 // ReadText takes len bytes as a new zero-terminated text.
-inline Status ReadText(Reader& in, std::size_t len, char*& out) {
+template <class Memory>
+Status ReadText(Reader& in, Memory& memory, std::size_t len, char*& out) {
   Reader behind = in;
   Bytes bytes;
   if (!behind.Take(len, bytes)) return Status::kShortInput;
-  auto* text = static_cast<char*>(NewBlock(len + 1));
+  auto* text = static_cast<char*>(memory.template New<char>(len + 1));
   if (text == nullptr) return Status::kNoMemory;
   if (len != 0) std::memcpy(text, bytes.data(), len);
   text[len] = '\0';
@@ -52,13 +55,16 @@ inline Status ReadText(Reader& in, std::size_t len, char*& out) {
   return Status::kOk;
 }
 
-// ReadBlock takes len bytes as a new block, which is not null even for len 0.
-inline Status ReadBlock(Reader& in, std::size_t len, void*& out) {
+// ReadBlock takes len bytes as a new block, which is not null even for len 0, and which may be read
+// as a record of pointers and integers.
+template <class Memory>
+Status ReadBlock(Reader& in, Memory& memory, std::size_t len, void*& out) {
   Reader behind = in;
   Bytes bytes;
   if (!behind.Take(len, bytes)) return Status::kShortInput;
-  void* block = CopyBlock(bytes.data(), len);
+  void* block = memory.template New<void*>(len);
   if (block == nullptr) return Status::kNoMemory;
+  if (len != 0) std::memcpy(block, bytes.data(), len);
   out = block;
   in = behind;
   return Status::kOk;
@@ -72,8 +78,9 @@ inline Status CloneText(const char* from, char*& to) {
 
 // NothingOwned serves the forms whose host values are plain.
 struct NothingOwned {
-  template <class T>
-  static void Release(T& /*value*/) {}
+  static constexpr bool kOwnsParts = false;
+  template <class Memory, class T>
+  static void Release(Memory& /*memory*/, T& /*value*/) {}
   template <class T>
   static void Forget(T& /*value*/) {}
 };
@@ -81,11 +88,12 @@ struct NothingOwned {
 template <std::integral T>
 struct Integer : NothingOwned {
   static constexpr std::uint32_t kSize = sizeof(T);
-  static Status Read(Reader& in, T& out) {
+  template <class Memory>
+  static Status Read(Reader& in, Memory& /*memory*/, T& out) {
     return in.Read(out) ? Status::kOk : Status::kShortInput;
   }
   static void Write(Writer& out, const T& value, NullText /*unused*/) { out.Write(value); }
-  static std::uint32_t Size(const T& /*value*/) { return kSize; }
+  static constexpr std::uint32_t Size(const T& /*value*/) { return kSize; }
   static Status Clone(const T& from, T& to) {
     to = from;
     return Status::kOk;
@@ -97,7 +105,8 @@ using Boolean = Integer<std::int32_t>;
 
 // Identity is 32 bytes without a byte order.
 struct Identity : NothingOwned {
-  static Status Read(Reader& in, corvane_id& out) {
+  template <class Memory>
+  static Status Read(Reader& in, Memory& /*memory*/, corvane_id& out) {
     Bytes bytes;
     if (!in.Take(sizeof out.bytes, bytes)) return Status::kShortInput;
     std::memcpy(out.bytes, bytes.data(), sizeof out.bytes);
@@ -106,7 +115,7 @@ struct Identity : NothingOwned {
   static void Write(Writer& out, const corvane_id& value, NullText /*unused*/) {
     out.Write(value.bytes, sizeof value.bytes);
   }
-  static std::uint32_t Size(const corvane_id& /*value*/) { return sizeof(corvane_id); }
+  static constexpr std::uint32_t Size(const corvane_id& /*value*/) { return sizeof(corvane_id); }
   static Status Clone(const corvane_id& from, corvane_id& to) {
     to = from;
     return Status::kOk;
@@ -117,7 +126,8 @@ struct Identity : NothingOwned {
 template <std::integral T, std::size_t N>
 struct IntegerArray : NothingOwned {
   using Host = T[N];
-  static Status Read(Reader& in, Host& out) {
+  template <class Memory>
+  static Status Read(Reader& in, Memory& /*memory*/, Host& out) {
     for (T& element : out) {
       if (!in.Read(element)) return Status::kShortInput;
     }
@@ -126,7 +136,7 @@ struct IntegerArray : NothingOwned {
   static void Write(Writer& out, const Host& value, NullText /*unused*/) {
     for (const T element : value) out.Write(element);
   }
-  static std::uint32_t Size(const Host& /*value*/) { return sizeof(Host); }
+  static constexpr std::uint32_t Size(const Host& /*value*/) { return sizeof(Host); }
   static Status Clone(const Host& from, Host& to) {
     std::memcpy(&to, &from, sizeof to);
     return Status::kOk;
@@ -135,10 +145,12 @@ struct IntegerArray : NothingOwned {
 
 // CountedText is a 4-byte length and the characters without a terminator.
 struct CountedText {
-  static Status Read(Reader& in, char*& out) {
+  static constexpr bool kOwnsParts = true;
+  template <class Memory>
+  static Status Read(Reader& in, Memory& memory, char*& out) {
     std::uint32_t len = 0;
     if (!in.Read(len)) return Status::kShortInput;
-    return ReadText(in, len, out);
+    return ReadText(in, memory, len, out);
   }
   static void Write(Writer& out, const char* value, NullText null_text) {
     if (value == nullptr && null_text == NullText::kNothing) return;
@@ -148,8 +160,9 @@ struct CountedText {
   }
   static std::uint32_t Size(const char* value) { return kLengthWordSize + TextLength(value); }
   static Status Clone(const char* from, char*& to) { return CloneText(from, to); }
-  static void Release(char*& value) {
-    ReleaseBlock(value);
+  template <class Memory>
+  static void Release(Memory& memory, char*& value) {
+    memory.Release(value);
     Forget(value);
   }
   static void Forget(char*& value) { value = nullptr; }
@@ -158,14 +171,17 @@ struct CountedText {
 // CountedBlock is a 4-byte length and the bytes; in memory, a length and a pointer. A null block
 // counts as empty whatever length stands beside it, and an empty block is null.
 struct CountedBlock {
+  static constexpr bool kOwnsParts = true;
   static std::uint32_t Length(std::uint32_t len, const void* data) {
     return data != nullptr ? len : 0;
   }
-  static Status Read(Reader& in, std::uint32_t& out_len, void*& out_data) {
+  template <class Memory>
+  static Status Read(Reader& in, Memory& memory, std::uint32_t& out_len, void*& out_data) {
     std::uint32_t len = 0;
     if (!in.Read(len)) return Status::kShortInput;
     if (len != 0) {
-      if (const Status status = ReadBlock(in, len, out_data); status != Status::kOk) return status;
+      const Status status = ReadBlock(in, memory, len, out_data);
+      if (status != Status::kOk) return status;
     }
     out_len = len;
     return Status::kOk;
@@ -185,8 +201,9 @@ struct CountedBlock {
     out_len = len;
     return Status::kOk;
   }
-  static void Release(std::uint32_t& len, void*& data) {
-    ReleaseBlock(data);
+  template <class Memory>
+  static void Release(Memory& memory, std::uint32_t& len, void*& data) {
+    memory.Release(data);
     Forget(len, data);
   }
   static void Forget(std::uint32_t& len, void*& data) {

@@ -1,6 +1,7 @@
 // Aggregated elements: found or made for a device, and filled entry by entry.
 #include "vtapi/aggregate.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,6 +15,7 @@ namespace {
 
 using vt::codec::CopyBlock;
 using vt::codec::CopyText;
+using vt::codec::Extent;
 using vt::codec::kEntryBlock;
 
 // The length of a new aggregate: the 12 bytes of an element's header and the 48 of the aggregate's
@@ -62,16 +64,30 @@ const EntryShape* ShapeOf(std::span<const EntryShape> shapes, std::uint32_t type
   return nullptr;
 }
 
+// GrownArray returns the array with a block of slots more, or null and leaves it as it was. An
+// array inside the block of its element stays there and is copied.
+void** GrownArray(const Extent& own, const aggregated_value& aggregate) {
+  const std::size_t slots = std::size_t{aggregate.entry_count / kEntryBlock + 1} * kEntryBlock;
+  if (!own.Holds(aggregate.entries)) {
+    return static_cast<void**>(vt::codec::ResizeBlock(aggregate.entries, slots * sizeof(void*)));
+  }
+  void** grown = vt::codec::NewPointers(slots);
+  if (grown != nullptr) std::copy_n(aggregate.entries, aggregate.entry_count, grown);
+  return grown;
+}
+
 // Append stores the entry, growing the array by a block of slots when it is full. It owns the entry
 // from the call on: without memory, the entry and the whole array are released.
-int Append(std::uint32_t type, aggregated_value& aggregate, void* entry) {
-  if (aggregate.entry_count % kEntryBlock == 0) {
-    const std::size_t slots = std::size_t{aggregate.entry_count / kEntryBlock + 1} * kEntryBlock;
-    auto** grown =
-        static_cast<void**>(vt::codec::ResizeBlock(aggregate.entries, slots * sizeof(void*)));
+int Append(Tlv& tlv, void* entry) {
+  vt::codec::CompactTlv* compact = vt::codec::AsCompact(tlv);
+  if (compact != nullptr) compact->is_whole = 0;
+  const Extent own = ExtentOf(compact);
+  aggregated_value& aggregate = *Aggregate(&tlv);
+  if (aggregate.entry_count % kEntryBlock == 0 || own.Holds(aggregate.entries)) {
+    void** grown = GrownArray(own, aggregate);
     if (grown == nullptr) {
-      vt::codec::ReleaseEntry(type, entry);
-      vt::codec::ReleaseEntries(type, aggregate);
+      vt::codec::ReleaseEntry(own, tlv.type, entry);
+      vt::codec::ReleaseEntries(own, tlv.type, aggregate);
       return 1;
     }
     aggregate.entries = grown;
@@ -85,7 +101,7 @@ template <class Entry, class Fill>
 void* MakeEntry(std::uint32_t type, Fill fill) {
   auto* entry = vt::codec::NewRecord<Entry>();
   if (entry == nullptr || fill(entry) != 0) return entry;
-  vt::codec::ReleaseEntry(type, entry);
+  vt::codec::ReleaseEntry(Extent(), type, entry);
   return nullptr;
 }
 
@@ -120,7 +136,7 @@ Tlv* vt_create_aggr_tlv(Event* ev, std::uint32_t type, const device_header* dh) 
 int cv_add_aggr_type_tlv(Event* ev, std::uint32_t type, const void* data, std::uint32_t tag,
                          const device_header* dh, const usage_cmn_hdr* usage) {
   // Deliberate: without an aggregate the value is not added, and the call succeeds all the same.
-  const Tlv* tlv = cv_get_next_tlv_by_dh(ev, type, dh, 1);
+  Tlv* tlv = cv_get_next_tlv_by_dh(ev, type, dh, 1);
   if (tlv == nullptr) return 0;
   void* entry = cv_is_combo_tlv(type) != 0
                     ? MakeEntry<combo_entry>(tlv->type,
@@ -131,7 +147,7 @@ int cv_add_aggr_type_tlv(Event* ev, std::uint32_t type, const void* data, std::u
                     : MakeEntry<plain_entry>(tlv->type, [&](plain_entry* made) {
                         return cv_populate_aggr_tlv_data(made, type, data, tag);
                       });
-  return entry != nullptr ? Append(tlv->type, *Aggregate(tlv), entry) : 1;
+  return entry != nullptr ? Append(*tlv, entry) : 1;
 }
 
 int cv_populate_combo_tlv_data(combo_entry* entry, std::uint32_t type, const void* data,
@@ -171,10 +187,10 @@ int cv_populate_aggr_tlv_data(plain_entry* entry, std::uint32_t type, const void
 int cv_aggr_ack(Event* ev, std::uint32_t value, const device_header* dh) {
   vt::codec::OwnedBlock<plain_entry> entry(vt::codec::NewRecord<plain_entry>());
   if (entry == nullptr) return 1;
-  const Tlv* tlv = cv_get_next_tlv_by_dh(ev, VT_TLV_ACKNOWLEDGEMENT, dh, 1);
+  Tlv* tlv = cv_get_next_tlv_by_dh(ev, VT_TLV_ACKNOWLEDGEMENT, dh, 1);
   if (tlv == nullptr) return 0;
   entry->tag = value;
-  return Append(tlv->type, *Aggregate(tlv), entry.release());
+  return Append(*tlv, entry.release());
 }
 
 }  // extern "C"

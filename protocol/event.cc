@@ -6,20 +6,11 @@
 
 #include "vtapi/enumerations.h"
 
+#include "protocol/event_parts.h"
 #include "protocol/wire_image.h"
 #include "protocol/wire_layout.h"
 #include "support/heap.h"
 #include "support/log.h"
-
-namespace {
-
-template <class T>
-void FreeAndNull(T*& block) {
-  std::free(block);
-  block = nullptr;
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -67,16 +58,17 @@ int cv_free_data(Event* ev) {
   if (ev->raw != nullptr) {
     VT_LOG(kTrace, "free raw (%c %d) %p", ev->raw_valid == 1 ? 'T' : 'F', ev->raw_len,
            static_cast<void*>(ev->raw));
-    FreeAndNull(ev->raw);
+    std::free(ev->raw);
+    ev->raw = nullptr;
     ev->raw_hdr = nullptr;
   }
   if (ev->pak != nullptr) {
     VT_LOG(kTrace, "free pak %p", static_cast<void*>(ev->pak));
-    FreeAndNull(ev->pak);
+    vt::protocol::ReleasePak(*ev);
   }
   if (ev->sec != nullptr) {
     VT_LOG(kTrace, "free sec %p", static_cast<void*>(ev->sec));
-    FreeAndNull(ev->sec);
+    vt::protocol::ReleaseSec(*ev);
   }
   ev->raw_valid = 0;
   ev->pak_valid = 0;
@@ -97,9 +89,9 @@ int corvane_try_gc(Event* ev) {
 int corvane_free_rply(Event* ev) {
   if (ev == nullptr || ev->state != CV_EVENT_STATE_REPLY) return 0;
   cv_free_tlvs(ev);
-  FreeAndNull(ev->pak);
+  vt::protocol::ReleasePak(*ev);
   vt::protocol::DropImage(*ev);
-  FreeAndNull(ev->sec);
+  vt::protocol::ReleaseSec(*ev);
   VT_LOG(kDebug, "Rply freed (%p)", static_cast<void*>(ev));
   std::free(ev);
   return 0;

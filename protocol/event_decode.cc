@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "protocol/event_parts.h"
 #include "protocol/tlv_list.h"
 #include "protocol/wire_image.h"
 #include "protocol/wire_layout.h"
@@ -34,11 +35,37 @@ bool IsAcceptable(const security_header& sec) {
          HighNibble(sec.byte1) == kEnc && LowNibble(sec.byte9) == kAuth;
 }
 
-// AdoptSecurityHeader keeps a copy of the header; the digest that it announces is not copied.
+// SlotCount is how many slots an image is given. No memory for more elements than there can be. Of
+// a count beyond that, one slot more is enough: its element is missing, and what stands before it
+// is decoded and reported on as ever.
+std::uint32_t SlotCount(std::uint32_t tlv_bytes, std::uint32_t tlv_count) {
+  return std::min(tlv_count, tlv_bytes / VT_TLV_HEADER_SIZE + 1);
+}
+
+// GoWithSec tells of so many slots whether they stand in the block of sec.
+constexpr bool GoWithSec(std::uint32_t slots) {
+  constexpr std::uint32_t kMost = 64;
+  return slots <= kMost;
+}
+
+// SlotsAhead is how many slots will go with sec, from an image that may be too short for what it
+// says.
+std::uint32_t SlotsAhead(const Event& ev) {
+  if (ev.raw_len < VT_PDU_HEADER_SIZE) return 0;
+  constexpr std::size_t kTlvCountInHeader = kTlvBytesInHeader + sizeof(std::uint16_t);
+  const std::uint8_t* header = ev.raw + kMessageHeaderOffset;
+  const std::uint32_t slots =
+      SlotCount(support::LoadNetwork<std::uint16_t>(header + kTlvBytesInHeader),
+                support::LoadNetwork<std::uint16_t>(header + kTlvCountInHeader));
+  return GoWithSec(slots) ? slots : 0;
+}
+
+// AdoptSecurityHeader keeps a copy of the header; the digest that it announces is not copied. Its
+// block has room for what follows.
 bool AdoptSecurityHeader(Event& ev, const security_header& sec) {
-  std::free(ev.sec);  // of a decoding that failed before
-  ev.sec = static_cast<security_header*>(
-      vt::support::AllocateBytes(VT_SECURITY_HEADER_SIZE + VT_DIGEST_SIZE).release());
+  ReleaseSec(ev);  // of a decoding that failed before
+  const std::size_t size = kSlotsBehindSec + SlotsAhead(ev) * sizeof(Tlv*);
+  ev.sec = static_cast<security_header*>(support::ZeroedBlock(size));
   if (ev.sec == nullptr) return false;
   *ev.sec = sec;
   return true;
@@ -50,11 +77,9 @@ int ReportSizeMismatch(Event& ev, std::uint32_t expected) {
   return Fail(ev, kSizeMismatch);
 }
 
-bool AdoptMessageHeader(Event& ev) {
-  ev.pak = support::AllocateZeroed<message_header>().release();
-  if (ev.pak == nullptr) return false;
+void AdoptMessageHeader(Event& ev) {
+  ev.pak = BehindSec<message_header>(ev, kPakBehindSec);
   cv_corvane_event_nw_to_host(ev.raw_hdr, ev.pak);
-  return true;
 }
 
 int FinishWithoutElements(Event& ev) {
@@ -82,17 +107,16 @@ int UnpackWithoutDigest(Event& ev) {
     return ReportSizeMismatch(ev, ExpectedSizeOfTruncated(ev));
   }
   ev.raw_hdr = ev.raw + kDigestOffset;
-  return AdoptMessageHeader(ev) ? FinishWithoutElements(ev) : Fail(ev, kFailed);
+  AdoptMessageHeader(ev);
+  return FinishWithoutElements(ev);
 }
 
 // DropHalfDecoded takes back everything but the image.
 void DropHalfDecoded(Event& ev) {
   cv_free_tlvs(&ev);
-  std::free(ev.pak);
-  ev.pak = nullptr;
+  ReleasePak(ev);
   ev.pak_valid = 0;
-  std::free(ev.sec);
-  ev.sec = nullptr;
+  ReleaseSec(ev);
 }
 
 int FailElements(Event& ev) {
@@ -102,11 +126,9 @@ int FailElements(Event& ev) {
 }
 
 int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
-  // No memory for more elements than there can be. Of a count beyond that, one slot more is enough:
-  // its element is missing, and what stands before it is decoded and reported on as ever.
-  const std::uint32_t possible = ev.pak->tlv_bytes / VT_TLV_HEADER_SIZE;
-  const std::uint32_t count = std::min<std::uint32_t>(ev.pak->tlv_count, possible + 1);
-  ev.tlvs = static_cast<Tlv**>(std::calloc(count, sizeof(Tlv*)));
+  const std::uint32_t count = SlotCount(ev.pak->tlv_bytes, ev.pak->tlv_count);
+  ev.tlvs = GoWithSec(count) ? BehindSec<Tlv*>(ev, kSlotsBehindSec)
+                             : static_cast<Tlv**>(support::ZeroedBlock(count * sizeof(Tlv*)));
   if (ev.tlvs == nullptr) {
     // Deliberate: the one failure that leaves the state as it was.
     ev.pak->tlv_count = 0;
@@ -165,7 +187,7 @@ int UnpackEvent(Event& ev, const hmac_context* key, Verdict& verdict) {
       support::LoadNetwork<std::uint16_t>(ev.raw_hdr + kTlvBytesInHeader) + padded_digest +
       kSmallestImage;
   if (ev.raw_len != expected) return ReportSizeMismatch(ev, expected);
-  if (!AdoptMessageHeader(ev)) return Fail(ev, kFailed);
+  AdoptMessageHeader(ev);
   return ev.pak->tlv_count == 0 ? FinishWithoutElements(ev) : UnpackElements(ev, key, verdict);
 }
 

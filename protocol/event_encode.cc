@@ -28,8 +28,7 @@ int cv_pack_event(Event* ev, std::uint32_t* out_tlv_bytes) {
 int cv_pack_tlvs(Event* ev) {
   // Asserted before the first byte is written: the image may be smaller than the elements when
   // their sum does not fit its counter.
-  std::int64_t dlen = ev->pak->tlv_bytes;
-  for (const Tlv* tlv : vt::protocol::Slots(*ev)) dlen -= vt_get_tlv_size(tlv);
+  const std::uint32_t dlen = ev->pak->tlv_bytes - vt_get_total_tlvs_data_size(ev);
   VT_ASSERT(dlen == 0, "!dlen", vt::protocol::kUnit);
   std::uint8_t* cursor = ev->raw_hdr + VT_MESSAGE_HEADER_SIZE;
   for (const Tlv* tlv : vt::protocol::Slots(*ev)) cursor += cv_update_raw_buf_from_tlv(tlv, cursor);

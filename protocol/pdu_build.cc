@@ -6,6 +6,7 @@
 #include "vtapi/event.h"
 
 #include "protocol/wire_layout.h"
+#include "support/heap.h"
 #include "support/log.h"
 
 namespace {
@@ -54,7 +55,7 @@ int vtn_createPdu(Event* ev, std::uint32_t pri, std::uint32_t shipment, std::uin
 
   const std::uint32_t raw_len = tlv_bytes + VT_PDU_HEADER_SIZE;
   ev->raw_len = raw_len;
-  ev->raw = static_cast<std::uint8_t*>(std::calloc(1, raw_len));
+  ev->raw = static_cast<std::uint8_t*>(vt::support::ZeroedBlock(raw_len));
   if (ev->raw == nullptr) return 1;
   VT_LOG(kTrace, "allocated raw size %d @ %p", raw_len, static_cast<void*>(ev->raw));
   ev->raw_valid = 1;

@@ -7,6 +7,9 @@
 #include "vtapi/event.h"
 
 #include "codec/tlv_memory.h"
+#include "codec/tlv_size.h"
+#include "protocol/event_parts.h"
+#include "support/heap.h"
 
 namespace {
 
@@ -23,13 +26,13 @@ bool GrowTo(Event& ev, std::uint32_t count) {
   std::uint32_t capacity = ev.tlv_capacity;
   while (capacity <= count) capacity += kSlotBlock;
   if (capacity == ev.tlv_capacity && ev.tlvs != nullptr) return true;
-  auto** grown = static_cast<Tlv**>(std::calloc(capacity, sizeof(Tlv*)));
+  auto** grown = static_cast<Tlv**>(vt::support::ZeroedBlock(capacity * sizeof(Tlv*)));
   if (grown == nullptr) {
     cv_free_tlvs(&ev);
     return false;
   }
   if (ev.tlvs != nullptr) std::copy_n(ev.tlvs, ev.tlv_capacity, grown);
-  std::free(ev.tlvs);
+  vt::protocol::ReleaseSlots(ev);
   ev.tlvs = grown;
   ev.tlv_capacity = capacity;
   return true;
@@ -44,16 +47,9 @@ int cv_add_tlv_common(Event* ev, std::uint32_t type, std::uint32_t length, const
   const std::uint32_t count = ev->pak->tlv_count;
   if (length < VT_TLV_HEADER_SIZE || count >= kMostElements) return 1;
   if (!GrowTo(*ev, count)) return 1;
-  OwnedTlv tlv(vt::codec::NewRecord<Tlv>());
-  if (tlv == nullptr) return 1;
-  tlv->type = type;
-  tlv->length = length;
-  tlv->qualifier = qualifier;
-  if (length != VT_TLV_HEADER_SIZE) {
-    std::uint32_t status = 0;
-    tlv->value = vt_clone_tlv_ptr(type, length - VT_TLV_HEADER_SIZE, value, &status);
-    if (status != 0) return static_cast<int>(status);
-  }
+  OwnedTlv tlv;
+  const auto status = vt::codec::NewTlv(type, length, qualifier, value, tlv);
+  if (status != vt::codec::Status::kOk) return static_cast<int>(ToWord(status));
   ev->tlvs[count] = tlv.release();
   ev->pak->tlv_count = static_cast<std::uint16_t>(count + 1);
   return 0;
@@ -91,16 +87,19 @@ void* cv_get_next_tlv_value_common(const Event* ev, std::int32_t* index_io, std:
 std::uint32_t vt_get_total_tlvs_data_size(const Event* ev) {
   std::uint32_t size = 0;
   if (ev == nullptr) return size;
-  for (const Tlv* tlv : Slots(*ev)) size += vt_get_tlv_size(tlv);
+  for (const Tlv* tlv : Slots(*ev)) {
+    if (tlv != nullptr) size += vt::codec::TlvSize(*tlv);
+  }
   return size;
 }
 
 int cv_free_tlvs(Event* ev) {
   if (ev->tlvs != nullptr) {
     // All slots, not only those that the header counts: the header may be gone or reset.
-    for (Tlv* tlv : std::span(ev->tlvs, ev->tlv_capacity)) vt_free_tlv_ptr(tlv);
-    std::free(ev->tlvs);
-    ev->tlvs = nullptr;
+    const std::span elements(ev->tlvs, ev->tlv_capacity);
+    for (const Tlv* tlv : elements) __builtin_prefetch(tlv);
+    for (Tlv* tlv : elements) vt_free_tlv_ptr(tlv);
+    vt::protocol::ReleaseSlots(*ev);
   }
   ev->tlv_capacity = 0;
   return 0;

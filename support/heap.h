@@ -3,7 +3,10 @@
 #ifndef VT_SUPPORT_HEAP_H
 #define VT_SUPPORT_HEAP_H
 
+#include <sys/mman.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -18,10 +21,32 @@ struct FreeDeleter {
 template <class T>
 using Owned = std::unique_ptr<T, FreeDeleter>;
 
+// ZeroedBlock returns n bytes, which are at least one, zero-filled, or null. Not calloc: that of
+// the C library passes by the caches from which malloc serves small blocks at once.
+[[nodiscard]] inline void* ZeroedBlock(std::size_t n) {
+  void* block = std::malloc(n);
+  if (block != nullptr) std::memset(block, 0, n);
+  return block;
+}
+
+// LargeBlock returns n bytes or null. What lies on whole large pages is asked to be made of them:
+// it becomes resident with fewer faults, and is reached at random with fewer misses.
+[[nodiscard]] inline void* LargeBlock(std::size_t n) {
+  constexpr std::uintptr_t kLargePage = std::uintptr_t{2} << 20;
+  void* block = std::malloc(n);
+  if (block == nullptr || n < 2 * kLargePage) return block;
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
+  const std::uintptr_t first = (address + kLargePage - 1) & ~(kLargePage - 1);
+  const std::uintptr_t end = (address + n) & ~(kLargePage - 1);
+  // No matter if the kernel has none.
+  (void)madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+  return block;
+}
+
 // AllocateZeroed returns a zero-filled T, or null.
 template <class T>
 [[nodiscard]] Owned<T> AllocateZeroed() {
-  return Owned<T>(static_cast<T*>(std::calloc(1, sizeof(T))));
+  return Owned<T>(static_cast<T*>(ZeroedBlock(sizeof(T))));
 }
 
 // AllocateBytes returns a block of n bytes, or null; for n = 0 a block that is not null.

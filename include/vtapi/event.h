@@ -24,7 +24,8 @@ enum cv_event_state {
 
 /*
  * Event: 48/80 bytes. The number of elements in use is pak->tlv_count; slots above it are null.
- * Everything it points at is owned, raw_hdr excepted.
+ * Everything it points at is owned, raw_hdr excepted. Of a decoded Event, pak and tlvs may lie in
+ * the block of sec: they are released with the Event or by the calls below, not by themselves.
  */
 typedef struct Event {
   struct Event* next;    /* 0: link while the Event sits in a queue */

@@ -22,6 +22,11 @@ VT_BEGIN_DECLS
  * text it counts the terminator, which does not travel. value is what the type's codec makes (an
  * aggregated_value for aggregated types), owned, and null where the value is empty, of an unknown
  * type, or of one that carries none.
+ *
+ * An element that the library made, by decoding or as part of an Event, may be one block of memory
+ * with all its parts, or several. Its parts may be read and changed in place, but are released with
+ * the element and never by themselves. An element that the application makes consists of a block
+ * from malloc for each part.
  */
 typedef struct Tlv {
   uint32_t type;      /* 0: with its flags */

@@ -279,8 +279,16 @@ TEST(AddQualifier, WithoutMemoryForTheElementFailsWithStatus1) {
         EXPECT_TRUE(added);
       }
     });
-    EXPECT_EQ(failures, row.attribute == 5 ? 3u : 2u);
+    EXPECT_EQ(failures, row.attribute == 5 ? 2u : 1u);
   }
+}
+
+TEST(AddQualifier, WithoutMemoryFailsTheSameOnASilencedLog) {
+  const QueryPtr query = Collect();
+  const LogCapture log(kSilent);
+  const AllocationFault fault = AllocationFault::Nth(0);
+  EXPECT_EQ(voltaris_addQualifier(query.get(), 4, "lamp"), -1);
+  EXPECT_EQ(log.lines(), Lines{});
 }
 
 TEST(AddQualifier, OnAQueryWithoutAnEventFailsSilently) {

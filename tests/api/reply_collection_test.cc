@@ -723,7 +723,7 @@ TEST(ProcessReply, KeepsItsWitsWithoutMemory) {
       EXPECT_EQ(result->ack_count, 1);
     }
   });
-  EXPECT_GT(failures, 20u);
+  EXPECT_GE(failures, 10u);
 }
 
 std::uint32_t DomainIn(const Bytes& payload) {

@@ -436,6 +436,29 @@ struct FreeEvent {
   void operator()(Event* ev) const { cv_cleanup_event(ev); }
 };
 
+TEST(TlvClone, ElementOfAnUnknownTypeIsAddedToAMessageWithoutItsValue) {
+  Event* ev = corvane_create_my_packet();
+  ASSERT_NE(ev, nullptr);
+  EXPECT_EQ(cv_add_tlv(ev, 60, VT_TLV_HEADER_SIZE + 4, "abcd"), 0);
+  EXPECT_EQ(ev->tlvs[0]->value, nullptr);
+  EXPECT_EQ(vt_get_total_tlvs_data_size(ev), 12u);
+  // As one that an application fills in itself.
+  ev->tlvs[0]->value = HeapCopy("abcd", 4);
+  EXPECT_EQ(vt_get_total_tlvs_data_size(ev), 12u);
+  cv_cleanup_event(ev);
+}
+
+TEST(TlvClone, EntryOfATypeWithoutValueLosesTheOneItWasGiven) {
+  plain_entry entry = {7, 4, const_cast<char*>("abcd")};
+  void* slots[16] = {};
+  const aggregated_value value = OneEntry(slots, &entry);
+  const Cloned got = Clone(0x80000025, 0, &value);
+  EXPECT_EQ(got.status, 0U);
+  EXPECT_EQ(PlainEntry(got.tlv.get(), 0).tag, 7U);
+  EXPECT_EQ(PlainEntry(got.tlv.get(), 0).data, nullptr);
+  EXPECT_EQ(PlainEntry(got.tlv.get(), 0).data_len, 0U);
+}
+
 TEST(TlvClone, ElementWithoutValueIsAddedToAMessage) {
   const std::unique_ptr<Event, FreeEvent> ev(corvane_create_my_packet());
   ASSERT_NE(ev, nullptr);

@@ -170,7 +170,7 @@ TEST(TlvList, AFailedElementAllocationAddsNothing) {
     EXPECT_EQ(ev->pak->tlv_count, before + (fault.hit() ? 0 : 1));
     EXPECT_EQ(UsageOf(ev->tlvs[0]), 1);
   });
-  EXPECT_GT(count, 1u);
+  EXPECT_EQ(count, 1u);  // one block for the element and its value
   EXPECT_TRUE(log.lines().empty());
 }
 
@@ -222,6 +222,13 @@ TEST(TlvList, GrowsPastTheCountAfterItsElementsWereFreed) {
   EXPECT_EQ(UsageOf(tlv), 99);
 }
 
+TEST(TlvList, OfAnEventThatIsNotDecodedYetTakesNoBytes) {
+  const Bytes image = Hex("00 02 0000 00000000 00 10 0014 48*00");
+  const EventPtr ev(cv_mkevent_from_rawbuffer(60, image.data()));
+  ASSERT_NE(ev, nullptr);
+  EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), 0u);
+}
+
 TEST(TlvList, ACapacityWithoutSlotsIsNotBelieved) {
   const EventPtr ev = NewEvent();
   ev->tlv_capacity = 16;
@@ -243,7 +250,7 @@ TEST(TlvList, EverySizeOfAnAppendSurvivesEveryFailedAllocation) {
     fault.Disarm();
     EXPECT_EQ(AddUsage(ev.get(), 41), 0);
   });
-  EXPECT_GT(count, 80u);
+  EXPECT_GT(count, 40u);
 }
 
 TEST(FreeTlvs, ReleasesSlotsAboveTheCount) {

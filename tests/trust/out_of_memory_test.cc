@@ -879,16 +879,16 @@ void Sweep(Failing failing, Kind kind, std::vector<Letter> stream, std::size_t l
   TEST(OutOfMemory, In##name##AndFromThereOn) { Sweep(Failing::kFromThereOn, kind, stream, least); }
 
 TEST_EXCHANGE(ACollectQueryOfEverythingWithRepliesOfEveryType, CollectOfEverything(),
-              With(ShortStream(), RepliesOfEveryType()), 1000)
+              With(ShortStream(), RepliesOfEveryType()), 200)
 TEST_EXCHANGE(ASetQueryOfEverythingWithRepliesOfEveryType, SetOfEverything(),
-              With(ShortStream(), RepliesOfEveryType()), 900)
-TEST_EXCHANGE(ASetQueryThatReadsEverything, SetThatReadsEverything(), ShortStream(), 300)
-TEST_EXCHANGE(ASumQueryOfEverything, SumOfEverything(), ShortStream(), 200)
-TEST_EXCHANGE(AFurtherQueryOfEverything, FurtherOfEverything(), ShortStream(), 300)
-TEST_EXCHANGE(AQueryWhoseTimeoutNoLongerFitsItsList, CollectWithoutATimeout(), ShortStream(), 250)
+              With(ShortStream(), RepliesOfEveryType()), 200)
+TEST_EXCHANGE(ASetQueryThatReadsEverything, SetThatReadsEverything(), ShortStream(), 90)
+TEST_EXCHANGE(ASumQueryOfEverything, SumOfEverything(), ShortStream(), 60)
+TEST_EXCHANGE(AFurtherQueryOfEverything, FurtherOfEverything(), ShortStream(), 90)
+TEST_EXCHANGE(AQueryWhoseTimeoutNoLongerFitsItsList, CollectWithoutATimeout(), ShortStream(), 70)
 TEST_EXCHANGE(ACollectQueryThatManyAccept, CollectOfUsage(),
-              With(ShortStream(), ManyAcknowledgements(-1)), 1200)
+              With(ShortStream(), ManyAcknowledgements(-1)), 60)
 TEST_EXCHANGE(ASetQueryThatManyRefuse, SetOfLevel(), With(ShortStream(), ManyAcknowledgements(-2)),
-              1200)
+              60)
 
 }  // namespace
