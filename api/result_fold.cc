@@ -8,11 +8,14 @@
 #include "vtapi/result.h"
 
 #include "api/attribute_list.h"
+#include "api/row_store.h"
 #include "protocol/tlv_list.h"
 #include "support/bytes.h"
 #include "support/heap.h"
 
 namespace {
+
+using vt::api::RowStore;
 
 // How a node stands to a key.
 enum Order : std::uint32_t { kBefore = 0, kEqual = 1, kAfter = 2 };
@@ -67,35 +70,67 @@ bool OutOfMemory(ResultSet& result) {
   return false;
 }
 
-// Row finds or makes the row of an entity, or returns null without memory.
-entity_node* Row(device_node& device, std::uint32_t entity_index, ResultSet& result) {
-  std::int32_t created = 0;
-  auto* entity = static_cast<entity_node*>(vtn_checkQueue(
-      &device.entities, &entity_index, ent_entidx_compare, sizeof(entity_node), &created));
-  if (entity == nullptr || created == 0) return entity;
-  entity->entity_index = entity_index;
-  (void)queue_init(&entity->attributes, 0);
-  ++result.row_count;
-  return entity;
+// AddValue appends a value to a row that rows has made or, if that is null, to one of the caller's,
+// whose nodes are blocks of their own.
+void AddValue(entity_node& row, std::int32_t attribute, const Value& value, ResultSet& result,
+              RowStore* rows) {
+  auto* node = rows != nullptr ? rows->NewValue(row)
+                               : vt::support::AllocateZeroed<attribute_node>().release();
+  if (node == nullptr) {
+    (void)OutOfMemory(result);
+    return;
+  }
+  *node = {nullptr, 0, attribute, value.length, value.at};
+  vt::api::LinkBehind(row.attributes, row.attributes.tail, node);
 }
 
-void AddPlainEntry(entity_node& entity, plain_entry& entry, std::uint32_t base_type,
-                   ResultSet& result) {
-  const std::int32_t attribute = vt_get_external_tlv_enum_type(base_type);
-  if (attribute == -1 || vtn_get_tlv_index_from_query(result.query, attribute) < 0) return;
-  vtn_addTlvToResultRow(&entity, attribute, entry.data_len, entry.data, &result);
+void AddComboValues(entity_node& row, combo_entry& entry, std::uint32_t type, ResultSet& result,
+                    RowStore* rows) {
+  if (result.query == nullptr) return;
+  for (const auto* wanted = vt::api::FirstAttribute(*result.query); wanted != nullptr;
+       wanted = wanted->next) {
+    for (const ComboColumn& column : kComboColumns) {
+      if (column.attribute != wanted->attribute) continue;
+      if (column.combined_type != 0 && column.combined_type != type) continue;
+      const Value value = column.value(entry);
+      if (value.at == nullptr) continue;
+      AddValue(row, wanted->attribute, value, result, rows);
+    }
+  }
 }
 
-bool FoldEntry(device_node& device, void* entry, std::uint32_t type, ResultSet& result) {
+// Columns is what decides, for all entries of an element alike, which of their values are wanted.
+struct Columns {
+  RowStore& rows;
+  ResultSet& result;
+  std::uint32_t base_type;
+  bool combined;
+  std::int32_t attribute;  // of plain entries; kNone: not asked for
+
+  static constexpr std::int32_t kNone = -1;
+
+  Columns(RowStore& store, ResultSet& of, std::uint32_t type)
+      : rows(store),
+        result(of),
+        base_type(type & ~VT_TLV_AGGREGATED),
+        combined(cv_is_combo_tlv(type) != 0),
+        attribute(vt_get_external_tlv_enum_type(base_type)) {
+    if (vtn_get_tlv_index_from_query(result.query, attribute) < 0) attribute = kNone;
+  }
+};
+
+bool FoldEntry(const Columns& columns, vt::api::RowDevice& device, void* entry) {
   const auto entity_index = vt::support::LoadHost<std::uint32_t>(entry);  // both shapes begin so
   if (entity_index == 0) return true;
-  entity_node* entity = Row(device, entity_index, result);
-  if (entity == nullptr) return OutOfMemory(result);
-  const std::uint32_t base_type = type & ~VT_TLV_AGGREGATED;
-  if (cv_is_combo_tlv(type) != 0) {
-    vtn_addComboTlvsToResultRow(entity, static_cast<combo_entry*>(entry), &result, base_type);
-  } else {
-    AddPlainEntry(*entity, *static_cast<plain_entry*>(entry), base_type, result);
+  ResultSet& result = columns.result;
+  entity_node* row = columns.rows.Row(result, device, entity_index);
+  if (row == nullptr) return OutOfMemory(result);
+  if (columns.combined) {
+    AddComboValues(*row, *static_cast<combo_entry*>(entry), columns.base_type, result,
+                   &columns.rows);
+  } else if (columns.attribute != Columns::kNone) {
+    const auto& plain = *static_cast<plain_entry*>(entry);
+    AddValue(*row, columns.attribute, {plain.data, plain.data_len}, result, &columns.rows);
   }
   return true;
 }
@@ -103,17 +138,13 @@ bool FoldEntry(device_node& device, void* entry, std::uint32_t type, ResultSet& 
 bool FoldAggregate(const Tlv& tlv, ResultSet& result) {
   auto* aggregate = static_cast<aggregated_value*>(tlv.value);
   if (aggregate == nullptr) return true;
-  std::int32_t created = 0;
-  auto* device = static_cast<device_node*>(
-      vtn_checkQueue(&result.rows, aggregate, dh_id_compare, sizeof(device_node), &created));
+  RowStore* rows = RowStore::Of(result);
+  vt::api::RowDevice* device = rows != nullptr ? rows->Device(result, aggregate) : nullptr;
   if (device == nullptr) return OutOfMemory(result);
-  if (created != 0) {
-    device->key = aggregate;
-    (void)queue_init(&device->entities, 0);
-  }
   if (aggregate->entries == nullptr) return true;
+  const Columns columns(*rows, result, tlv.type);
   for (void* entry : std::span(aggregate->entries, aggregate->entry_count)) {
-    if (entry != nullptr && !FoldEntry(*device, entry, tlv.type, result)) return false;
+    if (entry != nullptr && !FoldEntry(columns, *device, entry)) return false;
   }
   return true;
 }
@@ -190,30 +221,12 @@ std::int32_t vtn_get_tlv_index_from_query(const Query* query, std::int32_t type)
 
 void vtn_addTlvToResultRow(entity_node* entity, std::int32_t type, std::uint32_t len, void* value,
                            ResultSet* result) {
-  vt::support::Owned<attribute_node> node = vt::support::AllocateZeroed<attribute_node>();
-  if (node == nullptr) {
-    (void)OutOfMemory(*result);
-    return;
-  }
-  node->type = type;
-  node->length = len;
-  node->value = value;
-  (void)enqueue(&entity->attributes, node.release());
+  AddValue(*entity, type, {value, len}, *result, RowStore::OwnerOf(*result, *entity));
 }
 
 void vtn_addComboTlvsToResultRow(entity_node* entity, combo_entry* entry, ResultSet* result,
                                  std::uint32_t type) {
-  if (result->query == nullptr) return;
-  for (const auto* wanted = vt::api::FirstAttribute(*result->query); wanted != nullptr;
-       wanted = wanted->next) {
-    for (const ComboColumn& column : kComboColumns) {
-      if (column.attribute != wanted->attribute) continue;
-      if (column.combined_type != 0 && column.combined_type != type) continue;
-      const Value value = column.value(*entry);
-      if (value.at == nullptr) continue;
-      vtn_addTlvToResultRow(entity, wanted->attribute, value.length, value.at, result);
-    }
-  }
+  AddComboValues(*entity, *entry, type, *result, RowStore::OwnerOf(*result, *entity));
 }
 
 }  // extern "C"

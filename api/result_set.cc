@@ -11,6 +11,7 @@
 #include "vtapi/result.h"
 
 #include "api/attribute_list.h"
+#include "api/row_store.h"
 #include "support/heap.h"
 #include "support/log.h"
 
@@ -57,21 +58,6 @@ void AddEntries(const aggregated_value& aggregate, ResultSet* result,
     if (acknowledged == nullptr) continue;
     entry.entity_index = acknowledged->tag;
     add(result, &entry);
-  }
-}
-
-template <class Node>
-Node* TakeNode(queue& nodes) {
-  return static_cast<Node*>(dequeue(&nodes));
-}
-
-void ReleaseRows(queue& rows) {
-  while (auto* device = TakeNode<device_node>(rows)) {
-    while (auto* entity = TakeNode<entity_node>(device->entities)) {
-      while (auto* attribute = TakeNode<attribute_node>(entity->attributes)) std::free(attribute);
-      std::free(entity);
-    }
-    std::free(device);
   }
 }
 
@@ -143,11 +129,18 @@ AckEntry* voltaris_getAcks(const ResultSet* result) { return result->acks; }
 AckEntry* voltaris_getNaks(const ResultSet* result) { return result->naks; }
 
 void voltaris_releaseResult(ResultSet* result) {
-  ReleaseRows(result->rows);
+  vt::api::RowStore::Release(*result);
   // Deliberate: with its result a Query loses its attributes, and cannot be executed with them
   // again.
   if (result->query != nullptr) vt::api::ReleaseAttributes(*result->query);
-  while (auto* event = TakeNode<Event>(result->events)) (void)cv_cleanup_event(event);
+  while (void* event = dequeue(&result->events)) {
+    if (result->events.head != nullptr) {
+      auto* next = static_cast<Event*>(static_cast<void*>(result->events.head));
+      __builtin_prefetch(next->sec);
+      __builtin_prefetch(next->next);
+    }
+    (void)cv_cleanup_event(static_cast<Event*>(event));
+  }
   VT_LOG(kTrace, "freeing acks %p", static_cast<void*>(result->acks));
   std::free(result->acks);
   VT_LOG(kTrace, "freeing naks %p", static_cast<void*>(result->naks));

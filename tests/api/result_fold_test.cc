@@ -381,8 +381,8 @@ TEST(AddResult, StopsWithErrorCode12WithoutMemory) {
     const auto names = RowNames(c->result());
     EXPECT_EQ(names.size(), static_cast<std::size_t>(voltaris_getRowCount(c->result())));
   });
-  // 2 devices, 3 entities, 2 plain values; usage, units and name of the combined entry.
-  EXPECT_EQ(failures, 10u);
+  // The store of the rows, its first chunk of nodes, and one for the index of the devices.
+  EXPECT_EQ(failures, 3u);
 }
 
 TEST(AddResult, WithoutMemoryForANodeEndsTheFoldOfTheWholeReply) {
@@ -420,6 +420,40 @@ TEST(AddTlvToResultRow, AppendsANodeThatPointsAtTheValue) {
   EXPECT_EQ(second->value, &level);
   std::free(first);
   std::free(second);
+}
+
+// Three values to a row of the result, which holds one of them beside it, and goes with the result.
+TEST(AddTlvToResultRow, AppendsToARowOfTheResult) {
+  Collection c({8});
+  std::vector<Bytes> entries;
+  for (std::uint32_t entity = 1; entity <= 200; ++entity) entries.push_back(Entry(entity, {0, 7}));
+  c.Reply({Aggregate(13, "lamp", std::move(entries))});
+  auto* const device = reinterpret_cast<device_node*>(c.result()->rows.head);
+  ASSERT_NE(device, nullptr);
+  auto* const first = reinterpret_cast<entity_node*>(device->entities.head);
+  std::uint8_t level = 1;
+  for (entity_node* row = first; row != nullptr; row = row->next) {
+    vtn_addTlvToResultRow(row, 9, 1, &level, c.result());
+    vtn_addTlvToResultRow(row, 9, 1, &level, c.result());
+  }
+  ResultRow* row = voltaris_getNextRow(c.result());
+  ASSERT_NE(row, nullptr);
+  EXPECT_EQ(Read(row, 8), (Bytes{7, 0}));
+  EXPECT_EQ(Read(row, 9), Bytes{1});
+  EXPECT_EQ(Read(row, 9), Bytes{1});
+  EXPECT_EQ(Read(row, 9), std::nullopt);
+}
+
+TEST(AddTlvToResultRow, AppendsToARowOfTheCallersBesideThoseOfAResult) {
+  Collection c({8});
+  c.Reply({Aggregate(13, "lamp", {Entry(1, {0, 7})})});
+  entity_node entity = {};
+  std::uint16_t usage = 7;
+  vtn_addTlvToResultRow(&entity, 8, 2, &usage, c.result());
+  auto* const node = static_cast<attribute_node*>(dequeue(&entity.attributes));
+  ASSERT_NE(node, nullptr);
+  EXPECT_EQ(node->value, &usage);
+  std::free(node);
 }
 
 TEST(AddTlvToResultRow, WithoutMemorySetsErrorCode12) {
