@@ -29,6 +29,14 @@ ROWS = [
         "those of 1 row", "", "excess", 0, 0),
     Row("P3", "P3/fold", "allocations to fold, above one for 64 attributes",
         "attributes / 64", "", "excess", 4, 4),
+    Row("P4", "P4/net_snmp", "verify, decode, release a value of a full reply",
+        "net-snmp v3", "ns", "ratio", 1 / 12, None),
+    Row("P4", "P4/protobuf_c", "decode and release it, not verified",
+        "protobuf-c", "ns", "ratio", 0.4, None),
+    Row("P4", "P4/libcbor_maps", "the same",
+        "libcbor, rows as maps", "ns", "ratio", 0.1, None),
+    Row("P4", "P4/libcbor_arrays", "the same",
+        "libcbor, rows as arrays", "ns", "ratio", 0.1, None),
     Row("P6a", "P6a/random", "find or insert a device among {scale}, random arrival",
         "among 1000", "ns", "ratio", 3.5, 2.5),
     Row("P6a", "P6a/sorted", "the same, sorted arrival",
@@ -108,7 +116,7 @@ def cells(row, result, bits, scale):
     if row.figure == "excess":
         ratio_text = f"{figure:+.0f}"
     else:
-        ratio_text = "" if ratio is None else f"{ratio:.2f} x"
+        ratio_text = "" if ratio is None else f"{ratio:.{2 if ratio >= 0.2 else 3}f} x"
     return [
         row.row,
         row.measure.format(scale=scale),

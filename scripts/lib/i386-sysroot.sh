@@ -1,12 +1,15 @@
 # Sourced by scripts/build: unpacks libcrypto and libuuid for i386, run time and headers, from
 # Debian's packages into build/i386-sysroot, and for the benchmarks Google Benchmark into
-# build/i386-benchmark. Nothing is installed: side by side with the system's
-# own packages they could only be had in exactly the same version, and mirrors do not update all
-# architectures at once. apt works on lists of its own, so the system's configuration stays as is.
+# build/i386-benchmark and the peers that the library is held against into build/i386-peers. Nothing
+# is installed: side by side with the system's own packages they could only be had in exactly the
+# same version, and mirrors do not update all architectures at once. apt works on lists of its own,
+# so the system's configuration stays as is.
 # shellcheck shell=bash
 
 sysroot_packages=(libssl3 libssl-dev libuuid1 uuid-dev)
 benchmark_packages=(libbenchmark1debian libbenchmark-dev)
+peer_packages=(libsnmp40 libsnmp-dev libprotobuf-c1 libprotobuf-c-dev libcbor0.8 libcbor-dev
+  libcoap3)
 
 # sysroot_apt TOOL ARGS... runs apt-get or apt-cache for i386 on the private lists.
 sysroot_apt() {
@@ -60,6 +63,11 @@ need_i386_sysroot() {
 # need_i386_benchmark makes build/i386-benchmark unless it is there.
 need_i386_benchmark() {
   need_unpacked_for_i386 i386-benchmark "${benchmark_packages[@]}"
+}
+
+# need_i386_peers makes build/i386-peers unless it is there.
+need_i386_peers() {
+  need_unpacked_for_i386 i386-peers "${peer_packages[@]}"
 }
 
 # need_unpacked_for_i386 FOLDER PACKAGE... unpacks the packages into build/FOLDER unless that is
