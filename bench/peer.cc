@@ -91,6 +91,10 @@ int Listen(std::uint16_t& port) {
 
 void Serve(int listener) {
   const Answers answers;
+  Serve(listener, [&](std::uint32_t priority) { return answers.For(priority); });
+}
+
+void Serve(int listener, const Answering& answers) {
   std::array<std::uint8_t, VT_MAX_PDU_SIZE> query;
   for (;;) {
     const int fd = accept(listener, nullptr, nullptr);
@@ -100,7 +104,7 @@ void Serve(int listener) {
         static_cast<std::size_t>(query[kTlvBytesAt] << 8 | query[kTlvBytesAt + 1]);
     Require(area <= query.size() - VT_PDU_HEADER_SIZE, "peer: a query that is too long");
     ReceiveAll(fd, query.data() + VT_PDU_HEADER_SIZE, area);
-    SendAll(fd, answers.For(query[kPriorityAt]));
+    SendAll(fd, answers(query[kPriorityAt]));
     close(fd);
   }
 }

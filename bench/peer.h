@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <span>
 
 #include "bench/messages.h"
 
@@ -23,8 +25,11 @@ std::size_t PeerRows(std::uint32_t priority);
 
 // Listen returns a listener on a port of 127.0.0.1 that the system chose, and the port.
 int Listen(std::uint16_t& port);
-// Serve answers connections for ever.
+// Serve answers connections for ever, with those replies or with what answers returns for the
+// priority of a query.
 [[noreturn]] void Serve(int listener);
+using Answering = std::function<std::span<const std::uint8_t>(std::uint32_t priority)>;
+[[noreturn]] void Serve(int listener, const Answering& answers);
 
 // Peer is the process, which ends with its maker.
 class Peer {

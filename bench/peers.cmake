@@ -50,3 +50,10 @@ endfunction()
 
 vtapi_peer_benchmark(peer_snmp_bench peer::snmp peer_snmp_bench.cc main.cc)
 vtapi_peer_benchmark(peer_encodings_bench "peer_reply;peer::cbor" peer_encodings_bench.cc main.cc)
+
+# An agent of 32 bits would need most of a system of 32 bits.
+if(NOT VTAPI_SYSROOT)
+  vtapi_peer(snmp_agent net-snmp/net-snmp-config.h netsnmpagent netsnmp)
+  vtapi_peer_benchmark(peer_snmp_agent peer::snmp_agent peer_snmp_agent.cc)
+  vtapi_peer_benchmark(table_probe "" table_probe.cc peer.cc)
+endif()

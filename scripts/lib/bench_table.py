@@ -14,6 +14,7 @@ import json
 
 # A row names its benchmark, what is measured, the unit of ours and the floor, which of the counters
 # the goal is about, and the most that it may be in 64 and in 32 bits; None: reported only.
+# "speedup" is how many times the floor is ours, and its goal is the least that it may be.
 Row = collections.namedtuple("Row", "row benchmark measure floor unit figure goal64 goal32")
 
 ROWS = [
@@ -37,6 +38,10 @@ ROWS = [
         "libcbor, rows as maps", "ns", "ratio", 0.1, None),
     Row("P4", "P4/libcbor_arrays", "the same",
         "libcbor, rows as arrays", "ns", "ratio", 0.1, None),
+    Row("P5", "P5/full_replies", "a value of 10000 rows over loopback, full replies",
+        "snmpbulkwalk", "ns", "speedup", 20, None),
+    Row("P5", "P5/single_rows", "the same, one row a reply",
+        "snmpbulkwalk", "ns", "speedup", 3, None),
     Row("P6a", "P6a/random", "find or insert a device among {scale}, random arrival",
         "among 1000", "ns", "ratio", 3.5, 2.5),
     Row("P6a", "P6a/sorted", "the same, sorted arrival",
@@ -107,23 +112,31 @@ def number(value, unit=""):
 def cells(row, result, bits, scale):
     """Returns the cells of a row, and whether its goal is met, None where there is none."""
     goal = row.goal64 if bits == 64 else row.goal32
-    figure = result[row.figure]
-    met = None if goal is None else figure <= goal
-    unit = {"ratio": "x", "ours": row.unit, "excess": ""}[row.figure]
-    sign = "+" if row.figure == "excess" else ""
     floor = result.get("floor")
     ratio = result.get("ratio")
+    at_least = row.figure == "speedup"
+    figure = 1 / ratio if at_least else result[row.figure]
+    if goal is None:
+        met = None
+    else:
+        met = figure >= goal if at_least else figure <= goal
+    unit = {"ratio": "x", "speedup": "x", "ours": row.unit, "excess": ""}[row.figure]
+    bound = (">= " if at_least else "<= ") + ("+" if row.figure == "excess" else "")
     if row.figure == "excess":
         ratio_text = f"{figure:+.0f}"
+    elif at_least:
+        ratio_text = f"1 : {figure:.1f}"
+    elif ratio is None:
+        ratio_text = ""
     else:
-        ratio_text = "" if ratio is None else f"{ratio:.{2 if ratio >= 0.2 else 3}f} x"
+        ratio_text = f"{ratio:.2f} x" if ratio >= 0.2 else f"{ratio:.3f} x"
     return [
         row.row,
         row.measure.format(scale=scale),
         number(result["ours"], row.unit),
         f"{row.floor}: {number(floor, row.unit)}" if floor is not None else "",
         ratio_text,
-        "report" if goal is None else f"<= {sign}{number(goal, unit)}",
+        "report" if goal is None else bound + number(goal, unit),
         {None: "", True: "met", False: "NOT met"}[met],
     ], met
 
