@@ -23,6 +23,8 @@ endfunction()
 vtapi_peer(snmp net-snmp/net-snmp-config.h netsnmp)
 vtapi_peer(cbor cbor.h cbor)
 vtapi_peer(protobuf_c protobuf-c/protobuf-c.h protobuf-c)
+find_library(VTAPI_PEER_LIBCOAP NAMES libcoap-3-notls.so.3 ${library_where} REQUIRED)
+mark_as_advanced(VTAPI_PEER_LIBCOAP)
 
 # The code that protobuf-c generates is compiled as it asks to be, not as ours.
 find_program(VTAPI_PROTOC_C NAMES protoc-c REQUIRED)
@@ -50,6 +52,15 @@ endfunction()
 
 vtapi_peer_benchmark(peer_snmp_bench peer::snmp peer_snmp_bench.cc main.cc)
 vtapi_peer_benchmark(peer_encodings_bench "peer_reply;peer::cbor" peer_encodings_bench.cc main.cc)
+
+# The library that this one loads must not be linked.
+add_executable(load_bench load_bench.cc main.cc)
+target_link_libraries(load_bench PRIVATE vtapi_options vtapi::benchmark)
+target_include_directories(load_bench PRIVATE "${PROJECT_SOURCE_DIR}")
+target_compile_definitions(load_bench PRIVATE "VT_LIBCOAP=\"${VTAPI_PEER_LIBCOAP}\"")
+set_target_properties(load_bench PROPERTIES INSTALL_RPATH "$ORIGIN/..;${benchmark_folder}")
+add_dependencies(load_bench vtapi)
+add_dependencies(benchmarks load_bench)
 
 # An agent of 32 bits would need most of a system of 32 bits.
 if(NOT VTAPI_SYSROOT)
