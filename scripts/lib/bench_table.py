@@ -131,7 +131,7 @@ def cells(row, result, bits, scale):
     if row.figure == "excess":
         ratio_text = f"{figure:+.0f}"
     elif at_least:
-        ratio_text = f"1 : {figure:.1f}"
+        ratio_text = f"1 : {number(figure)}"
     elif ratio is None:
         ratio_text = ""
     else:
