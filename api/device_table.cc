@@ -39,7 +39,8 @@ std::uint64_t Mix(std::uint64_t a, std::uint64_t b) {
 }  // namespace
 
 void DeviceTable::DrawKey() {
-  // The kernel gives each process 16 random bytes.
+  // The kernel gives each process 16 random bytes, and their address as a number.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   std::memcpy(key_.data(), reinterpret_cast<const void*>(getauxval(AT_RANDOM)), sizeof key_);
 }
 

@@ -45,10 +45,10 @@ class DeviceTable {
   }
   [[nodiscard]] std::size_t Next(std::size_t slot) const { return (slot + 1) & (capacity_ - 1); }
 
-  std::array<std::uint64_t, 2> key_;
-  Slot* slots_;
-  std::size_t capacity_;  // a power of 2, at most three quarters in use
-  std::size_t count_;
+  std::array<std::uint64_t, 2> key_ = {};
+  Slot* slots_ = nullptr;
+  std::size_t capacity_ = 0;  // a power of 2, at most three quarters in use
+  std::size_t count_ = 0;
 };
 
 }  // namespace vt::api

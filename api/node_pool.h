@@ -45,10 +45,10 @@ class NodePool {
   // AddChunk provides a chunk of at least so many bytes.
   [[nodiscard]] bool AddChunk(std::size_t least);
 
-  Chunk* chunks_;
-  std::byte* next_;
-  std::size_t room_;
-  std::size_t total_;  // bytes of all chunks
+  Chunk* chunks_ = nullptr;
+  std::byte* next_ = nullptr;
+  std::size_t room_ = 0;
+  std::size_t total_ = 0;  // bytes of all chunks
 };
 
 }  // namespace vt::api

@@ -10,7 +10,12 @@ namespace vt::api {
 
 namespace {
 
-static_assert(sizeof(RowStore*) <= sizeof(ResultSet::reserved));
+static_assert(sizeof(void*) <= sizeof(ResultSet::reserved));
+
+// StoreOf is the store of a result, or null.
+RowStore* StoreOf(const ResultSet& result) {
+  return static_cast<RowStore*>(support::LoadHost<void*>(result.reserved));
+}
 
 // Up to so many rows of a device are searched one by one.
 constexpr std::int32_t kFewRows = 32;
@@ -42,16 +47,17 @@ bool IdentityOrder::Less(const corvane_id& a, const corvane_id& b) {
 }
 
 RowStore* RowStore::Of(ResultSet& result) {
-  auto* store = support::LoadHost<RowStore*>(result.reserved);
-  if (store != nullptr) return store;
-  store = support::AllocateZeroed<RowStore>().release();
-  if (store != nullptr) store->known_.DrawKey();
-  std::memcpy(result.reserved, &store, sizeof store);
-  return store;
+  if (RowStore* store = StoreOf(result)) return store;
+  RowStore* made = support::AllocateZeroed<RowStore>().release();
+  if (made == nullptr) return nullptr;
+  made->known_.DrawKey();
+  void* const kept = made;
+  std::memcpy(result.reserved, &kept, sizeof kept);
+  return made;
 }
 
 void RowStore::Release(ResultSet& result) {
-  auto* store = support::LoadHost<RowStore*>(result.reserved);
+  RowStore* store = StoreOf(result);
   if (store == nullptr) return;
   store->known_.Release();
   store->pool_.ReleaseAll();
@@ -59,7 +65,7 @@ void RowStore::Release(ResultSet& result) {
 }
 
 RowStore* RowStore::OwnerOf(const ResultSet& result, const entity_node& row) {
-  auto* store = support::LoadHost<RowStore*>(result.reserved);
+  RowStore* store = StoreOf(result);
   return store != nullptr && store->pool_.Holds(&row) ? store : nullptr;
 }
 

@@ -97,8 +97,8 @@ class RowStore {
   NodePool pool_;
   DeviceTable known_;
   SortedIndex<corvane_id, RowDevice, IdentityOrder> order_;
-  RowDevice* recent_;  // the device that was asked for last, and
-  corvane_id recent_id_;
+  RowDevice* recent_ = nullptr;  // the device that was asked for last, and
+  corvane_id recent_id_ = {};
 };
 
 }  // namespace vt::api

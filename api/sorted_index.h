@@ -155,9 +155,9 @@ class SortedIndex {
     return true;
   }
 
-  Head* directory_;
-  std::uint32_t block_count_;
-  std::uint32_t capacity_;
+  Head* directory_ = nullptr;
+  std::uint32_t block_count_ = 0;
+  std::uint32_t capacity_ = 0;
 };
 
 }  // namespace vt::api

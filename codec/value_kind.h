@@ -279,12 +279,12 @@ consteval ValueKind MakeKind(ValueKind::NullPlain null_plain = ValueKind::NullPl
   kind.decode = ReadPlain<Kind>;
   kind.read_plain_entries = ReadEntries<Kind, plain_entry>;
   kind.encode = Kind::Encode;
-  if constexpr (requires { Kind::Size(Place::kPlain, nullptr, 0); }) {
+  if constexpr (requires(const void* value) { Kind::Size(Place::kPlain, value, 0); }) {
     kind.size = Kind::Size;
   } else {
     kind.fixed_size = Kind::kFixedSize;
   }
-  if constexpr (requires { Kind::Copy(nullptr, nullptr, 0); }) {
+  if constexpr (requires(void* to, const void* from) { Kind::Copy(to, from, 0); }) {
     kind.copy_size = Kind::CopySize;
     kind.copy = Kind::Copy;
   } else {

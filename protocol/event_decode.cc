@@ -42,8 +42,8 @@ std::uint32_t SlotCount(std::uint32_t tlv_bytes, std::uint32_t tlv_count) {
   return std::min(tlv_count, tlv_bytes / VT_TLV_HEADER_SIZE + 1);
 }
 
-// GoWithSec tells of so many slots whether they stand in the block of sec.
-constexpr bool GoWithSec(std::uint32_t slots) {
+// SlotsGoWithSec tells of so many slots whether they stand in the block of sec.
+constexpr bool SlotsGoWithSec(std::uint32_t slots) {
   constexpr std::uint32_t kMost = 64;
   return slots <= kMost;
 }
@@ -57,7 +57,7 @@ std::uint32_t SlotsAhead(const Event& ev) {
   const std::uint32_t slots =
       SlotCount(support::LoadNetwork<std::uint16_t>(header + kTlvBytesInHeader),
                 support::LoadNetwork<std::uint16_t>(header + kTlvCountInHeader));
-  return GoWithSec(slots) ? slots : 0;
+  return SlotsGoWithSec(slots) ? slots : 0;
 }
 
 // AdoptSecurityHeader keeps a copy of the header; the digest that it announces is not copied. Its
@@ -78,7 +78,7 @@ int ReportSizeMismatch(Event& ev, std::uint32_t expected) {
 }
 
 void AdoptMessageHeader(Event& ev) {
-  ev.pak = BehindSec<message_header>(ev, kPakBehindSec);
+  ev.pak = static_cast<message_header*>(BehindSec(ev, kPakBehindSec));
   cv_corvane_event_nw_to_host(ev.raw_hdr, ev.pak);
 }
 
@@ -127,8 +127,8 @@ int FailElements(Event& ev) {
 
 int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
   const std::uint32_t count = SlotCount(ev.pak->tlv_bytes, ev.pak->tlv_count);
-  ev.tlvs = GoWithSec(count) ? BehindSec<Tlv*>(ev, kSlotsBehindSec)
-                             : static_cast<Tlv**>(support::ZeroedBlock(count * sizeof(Tlv*)));
+  ev.tlvs = static_cast<Tlv**>(SlotsGoWithSec(count) ? BehindSec(ev, kSlotsBehindSec)
+                                                     : support::ZeroedBlock(count * sizeof(Tlv*)));
   if (ev.tlvs == nullptr) {
     // Deliberate: the one failure that leaves the state as it was.
     ev.pak->tlv_count = 0;

@@ -19,10 +19,13 @@ constexpr std::size_t kSlotsBehindSec = kPakBehindSec + sizeof(message_header);
 static_assert(kPakBehindSec % kHeapAlignment == kHeapAlignment / 2 &&
               kSlotsBehindSec % kHeapAlignment == kHeapAlignment / 2);
 
-// BehindSec is where a part is that goes with sec.
-template <class T>
-T* BehindSec(const Event& ev, std::size_t offset) {
-  return reinterpret_cast<T*>(reinterpret_cast<std::uintptr_t>(ev.sec) + offset);
+// BehindSec is where a part is that goes with sec. GoesWithSec tells whether it is there.
+inline void* BehindSec(const Event& ev, std::size_t offset) {
+  return static_cast<std::byte*>(static_cast<void*>(ev.sec)) + offset;
+}
+inline bool GoesWithSec(const Event& ev, const void* part, std::size_t offset) {
+  return reinterpret_cast<std::uintptr_t>(part) ==
+         reinterpret_cast<std::uintptr_t>(ev.sec) + offset;
 }
 
 inline void ReleaseSec(Event& ev) {
@@ -31,13 +34,13 @@ inline void ReleaseSec(Event& ev) {
 }
 
 inline void ReleasePak(Event& ev) {
-  if (ev.pak != BehindSec<message_header>(ev, kPakBehindSec)) std::free(ev.pak);
+  if (!GoesWithSec(ev, ev.pak, kPakBehindSec)) std::free(ev.pak);
   ev.pak = nullptr;
 }
 
 // ReleaseSlots releases the array, without the elements.
 inline void ReleaseSlots(Event& ev) {
-  if (ev.tlvs != BehindSec<Tlv*>(ev, kSlotsBehindSec)) std::free(ev.tlvs);
+  if (!GoesWithSec(ev, ev.tlvs, kSlotsBehindSec)) std::free(ev.tlvs);
   ev.tlvs = nullptr;
 }
 

@@ -32,14 +32,14 @@ using Owned = std::unique_ptr<T, FreeDeleter>;
 // LargeBlock returns n bytes or null. What lies on whole large pages is asked to be made of them:
 // it becomes resident with fewer faults, and is reached at random with fewer misses.
 [[nodiscard]] inline void* LargeBlock(std::size_t n) {
-  constexpr std::uintptr_t kLargePage = std::uintptr_t{2} << 20;
+  constexpr std::size_t kLargePage = std::size_t{2} << 20;
   void* block = std::malloc(n);
   if (block == nullptr || n < 2 * kLargePage) return block;
   const auto address = reinterpret_cast<std::uintptr_t>(block);
-  const std::uintptr_t first = (address + kLargePage - 1) & ~(kLargePage - 1);
-  const std::uintptr_t end = (address + n) & ~(kLargePage - 1);
+  const std::size_t before = (0 - address) & (kLargePage - 1);
+  const std::size_t whole = (n - before) & ~(kLargePage - 1);
   // No matter if the kernel has none.
-  (void)madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+  (void)madvise(static_cast<std::byte*>(block) + before, whole, MADV_HUGEPAGE);
   return block;
 }
 
