@@ -42,14 +42,14 @@ struct PoolGuard {
   ~PoolGuard() { pool.ReleaseAll(); }
 };
 
+// SortedIndexOf is a kind of index with what the tests do to it.
 template <class Of>
-class SortedIndexOf : public ::testing::Test {
- public:
+struct SortedIndexOf {
   using Index = typename Of::Index;
   using Place = typename Index::Place;
   using Node = std::remove_pointer_t<decltype(Place::found)>;
 
-  // Expect holds every number up to beyond the greatest against the map.
+  // Expect holds every number and its neighbours against the map.
   static void Expect(const Index& index, const std::map<std::uint32_t, Node*>& expected) {
     for (const auto& [number, node] : expected) {
       for (const std::uint32_t near : {number - 1, number, number + 1}) {
@@ -62,11 +62,17 @@ class SortedIndexOf : public ::testing::Test {
   }
 };
 
-using Kinds = ::testing::Types<Identities, Numbers>;
-TYPED_TEST_SUITE(SortedIndexOf, Kinds);
+// TEST_BOTH makes a test of each kind of index.
+#define TEST_BOTH(name)                                         \
+  template <class Of>                                           \
+  void name();                                                  \
+  TEST(SortedIndex, OfIdentities##name) { name<Identities>(); } \
+  TEST(SortedIndex, OfNumbers##name) { name<Numbers>(); }       \
+  template <class Of>                                           \
+  void name()
 
-TYPED_TEST(SortedIndexOf, RandomKeysFindsWhatAMapFinds) {
-  using Fixture = SortedIndexOf<TypeParam>;
+TEST_BOTH(FindsWhatAMapFinds) {
+  using Fixture = SortedIndexOf<Of>;
   std::mt19937 generator(5);
   std::vector<typename Fixture::Node> nodes(4000);
   PoolGuard memory;
@@ -74,7 +80,7 @@ TYPED_TEST(SortedIndexOf, RandomKeysFindsWhatAMapFinds) {
   std::map<std::uint32_t, typename Fixture::Node*> expected;
   for (auto& node : nodes) {
     const auto number = 1 + static_cast<std::uint32_t>(generator() % 100000);
-    const auto key = TypeParam::Key(number);
+    const auto key = Of::Key(number);
     const auto place = index.Find(key);
     ASSERT_EQ(place.found != nullptr, expected.contains(number));
     if (place.found != nullptr) continue;
@@ -84,8 +90,8 @@ TYPED_TEST(SortedIndexOf, RandomKeysFindsWhatAMapFinds) {
   Fixture::Expect(index, expected);
 }
 
-TYPED_TEST(SortedIndexOf, WithoutMemoryKeepsTheKeysThatItHas) {
-  using Fixture = SortedIndexOf<TypeParam>;
+TEST_BOTH(WithoutMemoryKeepsTheKeysThatItHas) {
+  using Fixture = SortedIndexOf<Of>;
   std::vector<typename Fixture::Node> nodes(1500);
   std::size_t refused = 0;
   const std::size_t failures = SweepAllocationFailures([&](AllocationFault& fault) {
@@ -95,7 +101,7 @@ TYPED_TEST(SortedIndexOf, WithoutMemoryKeepsTheKeysThatItHas) {
     std::map<std::uint32_t, typename Fixture::Node*> expected;
     for (auto& node : nodes) {
       const auto number = 1 + static_cast<std::uint32_t>(generator() % 100000);
-      const auto key = TypeParam::Key(number);
+      const auto key = Of::Key(number);
       const auto place = index.Find(key);
       if (place.found != nullptr) continue;
       const bool added = index.Insert(memory.pool, place, key, &node);
@@ -116,8 +122,8 @@ TYPED_TEST(SortedIndexOf, WithoutMemoryKeepsTheKeysThatItHas) {
 }
 
 // A new block of keys finds memory, but the directory has to grow for it and finds none.
-TYPED_TEST(SortedIndexOf, WithoutMemoryForItsDirectoryKeepsTheKeysThatItHas) {
-  using Fixture = SortedIndexOf<TypeParam>;
+TEST_BOTH(WithoutMemoryForItsDirectoryKeepsTheKeysThatItHas) {
+  using Fixture = SortedIndexOf<Of>;
   constexpr std::uint32_t kKeys = 512;  // 8 blocks, for which the first directory has room
   std::vector<typename Fixture::Node> nodes(kKeys + 1);
   PoolGuard memory;
@@ -125,7 +131,7 @@ TYPED_TEST(SortedIndexOf, WithoutMemoryForItsDirectoryKeepsTheKeysThatItHas) {
   std::map<std::uint32_t, typename Fixture::Node*> expected;
   for (std::uint32_t i = 0; i < kKeys; ++i) {
     const std::uint32_t number = 2 * i + 2;
-    ASSERT_TRUE(index.Insert(memory.pool, index.AtEnd(), TypeParam::Key(number), &nodes[i]));
+    ASSERT_TRUE(index.Insert(memory.pool, index.AtEnd(), Of::Key(number), &nodes[i]));
     expected[number] = &nodes[i];
   }
   std::size_t refused = 0;
@@ -134,7 +140,7 @@ TYPED_TEST(SortedIndexOf, WithoutMemoryForItsDirectoryKeepsTheKeysThatItHas) {
     ASSERT_NE(nearly_full.pool.New(used), nullptr);
     typename Fixture::Index grown = index;
     const AllocationFault fault = AllocationFault::Nth(0);
-    if (grown.Insert(nearly_full.pool, grown.AtEnd(), TypeParam::Key(5000), &nodes[kKeys])) {
+    if (grown.Insert(nearly_full.pool, grown.AtEnd(), Of::Key(5000), &nodes[kKeys])) {
       continue;
     }
     EXPECT_TRUE(fault.hit());
