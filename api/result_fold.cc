@@ -80,7 +80,10 @@ void AddValue(entity_node& row, std::int32_t attribute, const Value& value, Resu
     (void)OutOfMemory(result);
     return;
   }
-  *node = {nullptr, 0, attribute, value.length, value.at};
+  std::memset(node, 0, sizeof *node);  // what lies between the fields too
+  node->type = attribute;
+  node->length = value.length;
+  node->value = value.at;
   vt::api::LinkBehind(row.attributes, row.attributes.tail, node);
 }
 

@@ -105,7 +105,8 @@ RowNode* RowStore::NewRow(const ResultSet& result, std::uint32_t entity_index) {
   const std::uint32_t room = std::min(wanted, kMostBeside);
   auto* made = static_cast<RowNode*>(pool_.New(sizeof(RowNode) + room * sizeof(attribute_node)));
   if (made == nullptr) return nullptr;
-  *made = {{}, 0, room};
+  std::memset(made, 0, sizeof *made);  // what lies between the fields too
+  made->room = room;
   made->node.entity_index = entity_index;
   return made;
 }
