@@ -44,10 +44,10 @@ endif()
 
 if(VTAPI_COVERAGE)
   # Optimised, for the library without the C++ run time links only so. Each program and library adds
-  # its counts to a file of its own, whatever its environment says.
+  # its counts to a file of its own in each process, whatever its environment says.
   set(CMAKE_C_FLAGS_DEBUG "-O1")
   set(CMAKE_CXX_FLAGS_DEBUG "-O1")
-  add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%4m.profraw
+  add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%p-%m.profraw
                       -fcoverage-mapping $<$<STREQUAL:${VTAPI_COVERAGE},mcdc>:-fcoverage-mcdc>)
   add_link_options(-fprofile-instr-generate)
 endif()
