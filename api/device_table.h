@@ -31,6 +31,8 @@ class DeviceTable {
   [[nodiscard]] bool Reserve();
   void Add(const corvane_id& id, Hash hash, RowDevice* device);
 
+  [[nodiscard]] std::size_t count() const { return count_; }
+
   // Release returns the memory of the table.
   void Release();
 

@@ -1,6 +1,7 @@
 #include "api/row_store.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "support/bytes.h"
@@ -40,6 +41,26 @@ RowIndex::Place PlaceOf(const RowDevice& device, std::uint32_t entity_index) {
   return {is_there ? at : nullptr, before, 0, 0};
 }
 
+template <class Node>
+Node* TakeNode(queue& nodes) {
+  return static_cast<Node*>(dequeue(&nodes));
+}
+
+// ReleaseBlocks takes all nodes out of the queues and releases those that are not pooled.
+template <class IsPooled>
+void ReleaseBlocks(queue& rows, IsPooled is_pooled) {
+  const auto release = [is_pooled](void* node) {
+    if (!is_pooled(node)) std::free(node);
+  };
+  while (auto* device = TakeNode<device_node>(rows)) {
+    while (auto* entity = TakeNode<entity_node>(device->entities)) {
+      while (auto* attribute = TakeNode<attribute_node>(entity->attributes)) release(attribute);
+      release(entity);
+    }
+    release(device);
+  }
+}
+
 }  // namespace
 
 bool IdentityOrder::Less(const corvane_id& a, const corvane_id& b) {
@@ -58,6 +79,12 @@ RowStore* RowStore::Of(ResultSet& result) {
 
 void RowStore::Release(ResultSet& result) {
   RowStore* store = StoreOf(result);
+  const std::size_t made = store != nullptr ? store->known_.count() : 0;
+  if (static_cast<std::size_t>(result.rows.depth) != made) {
+    ReleaseBlocks(result.rows, [store](const void* node) {
+      return store != nullptr && store->pool_.Holds(node);
+    });
+  }
   if (store == nullptr) return;
   store->known_.Release();
   store->pool_.ReleaseAll();

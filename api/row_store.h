@@ -54,7 +54,8 @@ struct RowNode {
 // one when it is first folded into, in its reserved tail.
 class RowStore {
  public:
-  // Of gives the store of a result, or null without memory. Release returns it with all nodes.
+  // Of gives the store of a result, or null without memory. Release returns it with all nodes, and
+  // with those that an application has put among the devices.
   [[nodiscard]] static RowStore* Of(ResultSet& result);
   static void Release(ResultSet& result);
 

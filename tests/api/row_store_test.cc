@@ -213,6 +213,44 @@ TEST(RowStore, FindsEachOfSeventyThousandDevicesAgain) {
   EXPECT_EQ(number, kCount);
 }
 
+// AddDevice puts a device with a row and a value among those of the result, as an application does
+// that makes rows of its own.
+void AddDevice(ResultSet* result, aggregated_value& key) {
+  std::int32_t created = 0;
+  auto* device = static_cast<device_node*>(
+      vtn_checkQueue(&result->rows, &key, dh_id_compare, sizeof(device_node), &created));
+  ASSERT_NE(device, nullptr);
+  ASSERT_EQ(created, 1);
+  device->key = &key;
+  const std::uint32_t index = 7;
+  auto* row = static_cast<entity_node*>(
+      vtn_checkQueue(&device->entities, &index, ent_entidx_compare, sizeof(entity_node), &created));
+  ASSERT_NE(row, nullptr);
+  row->entity_index = index;
+  static std::uint8_t level = 5;
+  vtn_addTlvToResultRow(row, 9, 1, &level, result);
+}
+
+TEST(RowStore, ReleasesTheRowsOfTheApplicationToo) {
+  (void)ReplyWith({}).Signed(SessionKey());  // what the signer allocates once is not looked at
+  const LiveBlocks live;
+  aggregated_value key{};
+  const Bytes id = Identity32("lift");
+  std::copy(id.begin(), id.end(), key.device.id.bytes);
+  {
+    Collection c({9});
+    AddDevice(c.result(), key);
+    EXPECT_EQ(RowNames(c.result()), std::vector<std::string>{"lift/7"});
+  }
+  {
+    Collection c({9});
+    c.Reply({Aggregate(14, "lamp", {Entry(1, {5})}), Aggregate(14, "mast", {Entry(2, {5})})});
+    AddDevice(c.result(), key);
+    EXPECT_EQ(RowNames(c.result()), (std::vector<std::string>{"lamp/1", "lift/7", "mast/2"}));
+  }
+  EXPECT_EQ(live.count(), 0);
+}
+
 TEST(RowStore, OfAResultThatWasNeverFoldedIntoIsNotThere) {
   Collection c({9});
   c.Reply(std::vector<Bytes>{});
