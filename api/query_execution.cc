@@ -11,6 +11,7 @@
 #include "vtapi/query.h"
 #include "vtapi/socket.h"
 
+#include "api/query_message.h"
 #include "support/log.h"
 #include "transport/address.h"
 
@@ -22,9 +23,6 @@ using vt::transport::AsSocketAddress;
 using vt::transport::kAddressSize;
 
 constexpr const char kExec[] = "voltaris_execQuery";
-constexpr std::uint8_t kDefaultTimeoutSeconds = 6;
-constexpr std::uint32_t kComm = 2;
-
 // Connect opens a new connection to the Session's node; the descriptor is -1 if that fails.
 // Deliberate: one that the Session held before is not closed, for it belongs to an earlier query.
 void Connect(Session& session) {
@@ -46,12 +44,6 @@ void Connect(Session& session) {
   (void)getsockname(session.descriptor, AsSocketAddress(&session.local), &length);
 }
 
-int AddDefaultTimeout(Event* event) {
-  return cv_add_tlv_common(event, VT_TLV_QUERY_TIMEOUT,
-                           VT_TLV_HEADER_SIZE + sizeof kDefaultTimeoutSeconds,
-                           &kDefaultTimeoutSeconds, 0);
-}
-
 // Send sends the Pdu once and returns what send reported.
 std::int32_t Send(int fd, const Event& event) {
   // Without a signal: a peer that is gone must give an error, not end the process.
@@ -71,21 +63,7 @@ std::int32_t Send(int fd, const Event& event) {
 }  // namespace
 
 extern "C" std::int32_t voltaris_execQuery(Session* session, Query* query) {
-  if (query->event == nullptr) {
-    VT_LOG(kError, "create pdu failed, err=%d", 1);  // executed before
-    return -1;
-  }
-  // Without memory for a time-out the nodes take their own.
-  if (cv_get_timeout_val_from_query(query->event) == 0) (void)AddDefaultTimeout(query->event);
-  const std::uint32_t sequence_number = getNextSequenceNumber(session);
-  const int failed = vtn_createPdu(query->event, query->priority, CV_SHIPMENT_SEND,
-                                   static_cast<std::uint32_t>(query->class_),
-                                   static_cast<std::uint32_t>(query->action), session->identity,
-                                   sequence_number, &session->key, kComm);
-  if (failed != 0) {
-    VT_LOG(kError, "create pdu failed, err=%d", failed);
-    return -1;
-  }
+  if (!vt::api::MakeMessage(*session, *query, kExec)) return -1;
   Connect(*session);
   query->session = session;
   std::int32_t sent = 0;

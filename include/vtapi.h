@@ -12,6 +12,8 @@
 #include "vtapi/session.h"
 #include "vtapi/query.h"
 #include "vtapi/result.h"
+#include "vtapi/result_cursor.h"
+#include "vtapi/collection.h"
 #include "vtapi/catalogue.h"
 #include "vtapi/enumerations.h"
 #include "vtapi/log.h"

@@ -10,23 +10,22 @@
 #include <cstdio>
 #include <cstring>
 
-#include "vtapi/pdu.h"
 #include "vtapi/socket.h"
 
-#include "protocol/wire_layout.h"
-#include "support/bytes.h"
 #include "support/log.h"
 #include "transport/address.h"
+#include "transport/framing.h"
 #include "transport/wait.h"
 
 namespace {
 
 using vt::transport::AsSocketAddress;
+using vt::transport::Frame;
+using vt::transport::FramePart;
 using vt::transport::kAddressSize;
 using vt::transport::WaitReadable;
 
 constexpr const char kReader[] = "vtn_read_tcp_message";
-constexpr std::size_t kDigestLengthOffset = 10;
 
 // MessageReader collects one message in the caller's buffer. Every read asks for what is missing
 // and for no more than there is room.
@@ -37,18 +36,16 @@ class MessageReader {
         buffer_(static_cast<std::uint8_t*>(buffer)),
         room_(size > 0 ? static_cast<std::size_t>(size) : 0) {}
 
-  enum class Phase { kFirstHeader, kHeader, kPayload };
-
   // ReadTo reads until the buffer holds end bytes or is full. False when a read gave nothing: its
   // result is then the result of the whole.
-  [[nodiscard]] bool ReadTo(std::size_t end, Phase phase) {
+  [[nodiscard]] bool ReadTo(std::size_t end, FramePart part) {
     while (used_ < std::min(end, room_)) {
       sockaddr_in sender;  // a connected stream reports none
       socklen_t length = kAddressSize;
       const ssize_t got = recvfrom(fd_, buffer_ + used_, std::min(end, room_) - used_, MSG_WAITALL,
                                    AsSocketAddress(&sender), &length);
       result_ = static_cast<int>(got);
-      LogRead(phase);
+      LogRead(part);
       if (result_ < 1) return false;
       used_ += static_cast<std::size_t>(got);
     }
@@ -58,17 +55,17 @@ class MessageReader {
   // Has tells whether the first end bytes are there; a buffer that is too small ends short of them.
   [[nodiscard]] bool Has(std::size_t end) const { return used_ >= end; }
 
-  [[nodiscard]] const std::uint8_t* bytes() const { return buffer_; }
+  [[nodiscard]] vt::support::Bytes bytes() const { return {buffer_, used_}; }
   [[nodiscard]] int used() const { return static_cast<int>(used_); }
   [[nodiscard]] int result() const { return result_; }
 
  private:
-  void LogRead(Phase phase) const {
-    if (phase == Phase::kFirstHeader) {
+  void LogRead(FramePart part) const {
+    if (part == FramePart::kFirstHeader) {
       VT_LOG_AS(kTrace, kReader, "Read %d bytes for hdr of mgmt port", result_);
       return;
     }
-    if (phase == Phase::kHeader) {
+    if (part == FramePart::kHeader) {
       VT_LOG_AS(kTrace, kReader, "Read %d bytes for header of mgmt port", result_);
     } else {
       VT_LOG_AS(kTrace, kReader, "Read %d bytes for payload of mgmt port", result_);
@@ -95,26 +92,14 @@ int RefuseOverSize() {
 extern "C" {
 
 int vtn_read_tcp_message(int fd, void* buf, std::int32_t size, struct sockaddr_in* /*sender*/) {
-  using Phase = MessageReader::Phase;
   MessageReader reader(fd, buf, size);
-  if (!reader.ReadTo(VT_SECURITY_HEADER_SIZE, Phase::kFirstHeader)) return reader.result();
-  if (!reader.Has(VT_SECURITY_HEADER_SIZE)) return reader.used();
-
-  const std::uint32_t digest_len =
-      vt::support::LoadNetwork<std::uint16_t>(reader.bytes() + kDigestLengthOffset);
-  const std::uint32_t header_end =
-      vt::protocol::RoundUpTo4(digest_len) + vt::protocol::kSmallestImage;
-  if (header_end > VT_MAX_PDU_SIZE) return RefuseOverSize();
-  if (!reader.ReadTo(header_end, Phase::kHeader)) return reader.result();
-  if (!reader.Has(header_end)) return reader.used();
-
-  const std::uint8_t* header = reader.bytes() + header_end - VT_MESSAGE_HEADER_SIZE;
-  const std::uint32_t tlv_bytes =
-      vt::support::LoadNetwork<std::uint16_t>(header + vt::protocol::kTlvBytesInHeader);
-  const std::uint32_t end = header_end + tlv_bytes;
-  if (end > VT_MAX_PDU_SIZE) return RefuseOverSize();
-  if (!reader.ReadTo(end, Phase::kPayload)) return reader.result();
-  return reader.used();
+  for (;;) {
+    const Frame frame = vt::transport::FrameOf(reader.bytes());
+    if (frame.part == FramePart::kNothing) return reader.used();
+    if (frame.part == FramePart::kOverSize) return RefuseOverSize();
+    if (!reader.ReadTo(frame.end, frame.part)) return reader.result();
+    if (!reader.Has(frame.end)) return reader.used();
+  }
 }
 
 int vtn_read_udp_message(int fd, void* buf, std::int32_t size) {

@@ -5,6 +5,7 @@
  */
 #include <arpa/inet.h>
 #include <errno.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -779,6 +780,11 @@ static void collection(void) {
   Event* values;
   Event* will;
   Event* wont;
+  ResultCursor cursor;
+  CollectionOptions options;
+  ReplyCollection* collection;
+  Query* again;
+  ResultSet* nothing;
   CHECK(session != NULL && query != NULL);
   values = new_reply(0, &session->key);
   will = new_reply(0xFF, &session->key);
@@ -806,6 +812,39 @@ static void collection(void) {
   level = voltaris_getAttributeFromRowByType(row, VT_ATTRIBUTE_LEVEL, &len);
   CHECK(level != NULL && len == 1 && *level == 9);
   CHECK(voltaris_getNextRow(result) == NULL);
+  voltaris_startCursor(&cursor, result);
+  CHECK(voltaris_advanceCursor(&cursor) == 1);
+  CHECK(cursor.identity.entity_index == 2);
+  CHECK(voltaris_countValues(&cursor, VT_ATTRIBUTE_LEVEL) == 1);
+  CHECK(voltaris_readValue(&cursor, VT_ATTRIBUTE_LEVEL, 0, &len) == level && len == 1);
+  CHECK(voltaris_advanceCursor(&cursor) == 0);
+
+  /* The same in steps, against a node that accepts and closes. */
+  again = voltaris_createCollectQuery("office", 0);
+  CHECK(again != NULL);
+  memset(&options, 0, sizeof options);
+  collection = voltaris_startCollection(session, again, &options);
+  CHECK(collection != NULL);
+  CHECK(voltaris_getCollectionEvents(collection) == POLLOUT);
+  far_fd = accept_one(listener);
+  CHECK(voltaris_stepCollection(collection) == VT_COLLECTION_PENDING);
+  CHECK(waitfor_tcp_message(far_fd, buf, sizeof buf, &timeout) > 80);
+  CHECK(closeSocket(far_fd) == 0);
+  while (voltaris_stepCollection(collection) == VT_COLLECTION_PENDING) {
+    struct pollfd watched;
+    watched.fd = voltaris_getCollectionDescriptor(collection);
+    watched.events = voltaris_getCollectionEvents(collection);
+    (void)poll(&watched, 1, voltaris_getCollectionTimeout(collection));
+  }
+  CHECK(voltaris_getCollectionOutcome(collection) == VT_COLLECTION_COMPLETE);
+  CHECK(voltaris_getCollectionErrno(collection) == 0);
+  CHECK(voltaris_getCollectionCounters(collection)->accepted == 0);
+  voltaris_cancelCollection(collection);
+  nothing = voltaris_takeCollectionResult(collection);
+  CHECK(nothing != NULL && voltaris_getErrorCode(nothing) == 0);
+  voltaris_releaseCollection(collection);
+  voltaris_releaseResult(nothing);
+  voltaris_releaseQuery(again);
 
   /* The connection is at its end already, so the loop ends at once. */
   vtn_queryLoop(session, result);

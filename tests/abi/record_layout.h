@@ -131,6 +131,28 @@ VT_OFFSET(attribute_node, length, 12, 16);
 VT_FIELD_SIZE(attribute_node, length, 4);
 VT_OFFSET(attribute_node, value, 16, 24);
 
+VT_SIZE(CollectionOptions, 12, 12);
+VT_OFFSET(CollectionOptions, connect_ms, 0, 0);
+VT_OFFSET(CollectionOptions, idle_ms, 4, 4);
+VT_OFFSET(CollectionOptions, total_ms, 8, 8);
+
+VT_SIZE(CollectionCounters, 24, 24);
+VT_OFFSET(CollectionCounters, bytes, 0, 0);
+VT_OFFSET(CollectionCounters, accepted, 8, 8);
+VT_OFFSET(CollectionCounters, forged, 12, 12);
+VT_OFFSET(CollectionCounters, malformed, 16, 16);
+VT_OFFSET(CollectionCounters, acknowledgements, 20, 20);
+
+VT_SIZE(ResultCursor, 56, 72);
+VT_OFFSET(ResultCursor, result, 0, 0);
+VT_OFFSET(ResultCursor, device, 4, 8);
+VT_OFFSET(ResultCursor, row, 8, 16);
+VT_OFFSET(ResultCursor, sender, 12, 24);
+VT_OFFSET(ResultCursor, identity, 16, 32);
+VT_FIELD_SIZE(ResultCursor, identity, 36);
+VT_OFFSET(ResultCursor, at_end, 52, 68);
+VT_FIELD_SIZE(ResultCursor, at_end, 4);
+
 VT_SIZE(ResultRow, 20, 40);
 VT_OFFSET(ResultRow, device, 0, 0);
 VT_OFFSET(ResultRow, sender, 4, 8);

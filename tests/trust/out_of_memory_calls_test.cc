@@ -952,6 +952,41 @@ void CoverSessionsAndQueries() {
 
 void CoverExecutionAndCollection() {
   const Bytes reply = SignedReply(RichReply());
+  Sweep("voltaris_startCollection", [](AllocationFault& fault) {
+    const ConnectHook pending([](int, const sockaddr*, socklen_t) -> std::optional<int> {
+      errno = EINPROGRESS;
+      return -1;
+    });
+    const SessionPtr session = Prepared([] { return LoopbackSession(1); });
+    const QueryPtr query =
+        Prepared([] { return QueryPtr(voltaris_createCollectQuery("office", 1)); });
+    ReplyCollection* const made = voltaris_startCollection(session.get(), query.get(), nullptr);
+    fault.Disarm();
+    if (made == nullptr) EXPECT_TRUE(fault.hit());
+    voltaris_releaseCollection(made);
+  });
+  {
+    const ConnectHook pending([](int, const sockaddr*, socklen_t) -> std::optional<int> {
+      errno = EINPROGRESS;
+      return -1;
+    });
+    const SessionPtr session = LoopbackSession(1);
+    const QueryPtr query(voltaris_createCollectQuery("office", 1));
+    ReplyCollection* const c = voltaris_startCollection(session.get(), query.get(), nullptr);
+    ASSERT_NE(c, nullptr);
+    EXPECT_NE(QUIET(voltaris_getCollectionDescriptor, c), -1);
+    EXPECT_NE(QUIET(voltaris_getCollectionEvents, c), 0);
+    EXPECT_GT(QUIET(voltaris_getCollectionTimeout, c), 0);
+    EXPECT_EQ(QUIET(voltaris_stepCollection, c), VT_COLLECTION_PENDING);
+    QUIET(voltaris_cancelCollection, c);
+    EXPECT_EQ(QUIET(voltaris_getCollectionOutcome, c), VT_COLLECTION_CANCELLED);
+    EXPECT_EQ(QUIET(voltaris_getCollectionErrno, c), ECANCELED);
+    EXPECT_EQ(QUIET(voltaris_getCollectionCounters, c)->accepted, 0u);
+    const ResultPtr result(QUIET(voltaris_takeCollectionResult, c));
+    EXPECT_NE(result, nullptr);
+    QUIET(voltaris_releaseCollection, c);
+  }
+
   Sweep("voltaris_execQuery", [](AllocationFault& fault) {
     const SocketHook sockets([](int, int, int) { return 1000000; });
     const ConnectHook connects([](int, const sockaddr*, socklen_t) { return 0; });
@@ -1107,6 +1142,11 @@ void CoverResults() {
   for (std::int32_t attribute = 0; attribute <= 23; ++attribute) {
     (void)QUIET(voltaris_getAttributeFromRowByType, row, attribute, &length);
   }
+  ResultCursor cursor;
+  QUIET(voltaris_startCursor, &cursor, result);
+  EXPECT_EQ(QUIET(voltaris_advanceCursor, &cursor), 1);
+  EXPECT_EQ(QUIET(voltaris_countValues, &cursor, 1), 1u);
+  EXPECT_NE(QUIET(voltaris_readValue, &cursor, 1, 0u, &length), nullptr);
   EXPECT_EQ(QUIET(voltaris_getRowCount, result), 4);
   EXPECT_EQ(QUIET(voltaris_getErrorCode, result), 0);
   EXPECT_EQ(QUIET(voltaris_getAckCount, result), 2);
