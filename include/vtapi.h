@@ -14,6 +14,7 @@
 #include "vtapi/result.h"
 #include "vtapi/result_cursor.h"
 #include "vtapi/collection.h"
+#include "vtapi/fleet.h"
 #include "vtapi/catalogue.h"
 #include "vtapi/enumerations.h"
 #include "vtapi/log.h"

@@ -1,6 +1,6 @@
 /*
  * A Query executed and its replies collected without blocking: under any event loop, or many at
- * once in one thread. A Collection tells which descriptor to watch for what and how long; each step
+ * once in one thread (vtapi/fleet.h). A Collection tells which descriptor to watch for what and how long; each step
  * after an event or when that time is over takes it further and never waits. It keeps no state
  * outside of itself, starts no thread and raises no signal. One Collection belongs to one thread at
  * a time.
@@ -65,7 +65,7 @@ typedef struct CollectionCounters {
  * Query that was executed before.
  */
 VT_API ReplyCollection* voltaris_startCollection(Session* session, Query* query,
-                                            const CollectionOptions* options);
+                                                 const CollectionOptions* options);
 
 /*
  * What to wait for: the descriptor (-1 once the Collection has ended), POLLIN or POLLOUT, and the
@@ -90,6 +90,9 @@ VT_API void voltaris_cancelCollection(ReplyCollection* collection);
 VT_API int32_t voltaris_getCollectionOutcome(const ReplyCollection* collection);
 VT_API int32_t voltaris_getCollectionErrno(const ReplyCollection* collection);
 VT_API const CollectionCounters* voltaris_getCollectionCounters(const ReplyCollection* collection);
+
+/* voltaris_nameOutcome returns an outcome in words, such as "connection refused", or null. */
+VT_API const char* voltaris_nameOutcome(int32_t outcome);
 
 /*
  * voltaris_takeCollectionResult ends a pending Collection and hands over what has been collected,
