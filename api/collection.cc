@@ -1,17 +1,17 @@
 // A Query executed and its replies collected in steps that never wait.
-#include "vtapi/collection.h"
+#include "api/collection.h"
 
+#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <time.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
+#include <span>
 #include <utility>
 
 #include "vtapi/socket.h"
@@ -23,48 +23,26 @@
 #include "transport/address.h"
 #include "transport/framing.h"
 
-using vt::api::Taken;
-using vt::transport::FramePart;
+namespace vt::api {
 
 namespace {
 
-constexpr const char kStart[] = "voltaris_startCollection";
+using transport::Frame;
+using transport::FramePart;
 
-using Milliseconds = std::int64_t;
-constexpr Milliseconds kNever = std::numeric_limits<Milliseconds>::max();
+constexpr const char kStep[] = "voltaris_stepCollection";
 
-Milliseconds Now() {
-  constexpr Milliseconds kPerSecond = 1000;
-  constexpr long kNanoseconds = 1000000;
-  timespec now;
-  (void)clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * kPerSecond + now.tv_nsec / kNanoseconds;
-}
-
-enum class Phase { kConnecting, kSending, kReceiving, kEnded };
-
-}  // namespace
-
-struct ReplyCollection {
-  ResultSet* result;
-  hmac_context key;
-  sockaddr_in target;
-  CollectionOptions limits;  // none is 0
-  CollectionCounters counters;
-  Phase phase;
-  int fd;
-  std::int32_t outcome;
-  std::int32_t error;
-  Milliseconds phase_limit;  // when connecting, or waiting for a message, takes too long
-  Milliseconds end;
-  std::uint8_t* message;  // the query, until it is sent
-  std::size_t message_size;
-  std::size_t sent;
-  std::size_t used;  // of buffer
-  std::array<std::uint8_t, VT_MAX_PDU_SIZE> buffer;
-};
-
-namespace {
+constexpr std::array<const char*, VT_COLLECTION_CANCELLED + 1> kOutcomes = {"pending",
+                                                                            "complete",
+                                                                            "connection refused",
+                                                                            "unreachable",
+                                                                            "no connection in time",
+                                                                            "query not sent",
+                                                                            "no message in time",
+                                                                            "not complete in time",
+                                                                            "read error",
+                                                                            "message too long",
+                                                                            "cancelled"};
 
 Milliseconds After(Milliseconds now, std::int32_t limit) {
   return limit < 0 ? kNever : now + limit;
@@ -93,21 +71,6 @@ std::int32_t ErrorCode(const ReplyCollection& c) {
   }
 }
 
-void End(ReplyCollection& c, vt_collection_outcome outcome, int error = 0) {
-  if (c.phase == Phase::kEnded) return;
-  c.phase = Phase::kEnded;
-  c.outcome = outcome;
-  c.error = error;
-  if (c.fd != -1) (void)closeSocket(c.fd);
-  c.fd = -1;
-  std::free(c.message);
-  c.message = nullptr;
-  c.result->error_code = ErrorCode(c);
-  c.counters.acknowledgements =
-      static_cast<std::uint32_t>(c.result->ack_count + c.result->nak_count);
-  vt::api::SortArrays(*c.result);
-}
-
 bool IsForLater(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
 void EndUnconnected(ReplyCollection& c, int error) {
@@ -117,7 +80,7 @@ void EndUnconnected(ReplyCollection& c, int error) {
 // Connect begins to connect or, from the second time on, asks how it goes.
 void Connect(ReplyCollection& c, Milliseconds now) {
   const int connected =
-      connect(c.fd, vt::transport::AsSocketAddress(&c.target), vt::transport::kAddressSize);
+      connect(c.fd, transport::AsSocketAddress(&c.target), transport::kAddressSize);
   if (connected == 0 || errno == EISCONN) {
     c.phase = Phase::kSending;
     c.phase_limit = After(now, c.limits.idle_ms);
@@ -139,15 +102,14 @@ void Send(ReplyCollection& c) {
     }
     c.sent += static_cast<std::size_t>(sent);
   }
-  std::free(c.message);
-  c.message = nullptr;
+  std::free(std::exchange(c.message, nullptr));
   c.phase = Phase::kReceiving;
 }
 
-void TakeMessage(ReplyCollection& c, Milliseconds now) {
-  const auto size = static_cast<std::int32_t>(std::exchange(c.used, 0));
-  const bool has_arrays = vt::api::MakeArrays(*c.result);
-  const Taken taken = vt::api::TakeReply(c.buffer.data(), size, *c.result, c.key);
+void TakeMessage(ReplyCollection& c, support::Bytes message, Milliseconds now) {
+  const bool has_arrays = MakeArrays(*c.result);
+  const Taken taken =
+      TakeReply(message.data(), static_cast<std::int32_t>(message.size()), *c.result, c.key);
   if (!has_arrays || taken == Taken::kNoMemory) c.result->error_code = VT_ERROR_NO_MEMORY;
   if (taken == Taken::kForged) ++c.counters.forged;
   if (taken == Taken::kMalformed) ++c.counters.malformed;
@@ -156,11 +118,23 @@ void TakeMessage(ReplyCollection& c, Milliseconds now) {
   c.phase_limit = After(now, c.limits.idle_ms);
 }
 
-// Read takes what has arrived of one part of a message. False when there is nothing more for now.
+// TakeMessages takes those that are there whole, and keeps what is there of the next.
+void TakeMessages(ReplyCollection& c, Milliseconds now) {
+  support::Bytes rest(c.buffer.data(), c.used);
+  Frame frame = transport::FrameOf(rest);
+  for (; frame.part == FramePart::kNothing; frame = transport::FrameOf(rest)) {
+    TakeMessage(c, rest.first(frame.end), now);
+    rest = rest.subspan(frame.end);
+  }
+  std::memmove(c.buffer.data(), rest.data(), rest.size());
+  c.used = rest.size();
+  if (frame.part == FramePart::kOverSize) End(c, VT_COLLECTION_OVER_SIZE, EMSGSIZE);
+}
+
+// Read takes what has arrived, often several messages. False when there is nothing more for now.
 bool Read(ReplyCollection& c, Milliseconds now) {
-  const std::size_t end = vt::transport::FrameOf({c.buffer.data(), c.used}).end;
-  const ssize_t got =
-      recvfrom(c.fd, c.buffer.data() + c.used, end - c.used, MSG_DONTWAIT, nullptr, nullptr);
+  const std::span<std::uint8_t> room = std::span(c.buffer).subspan(c.used);
+  const ssize_t got = recvfrom(c.fd, room.data(), room.size(), MSG_DONTWAIT, nullptr, nullptr);
   if (got < 0 && errno == EINTR) return true;
   if (got < 0) {
     if (!IsForLater(errno)) End(c, VT_COLLECTION_READ_ERROR, errno);
@@ -173,17 +147,16 @@ bool Read(ReplyCollection& c, Milliseconds now) {
   }
   c.used += static_cast<std::size_t>(got);
   c.counters.bytes += static_cast<std::uint64_t>(got);
-  const FramePart missing = vt::transport::FrameOf({c.buffer.data(), c.used}).part;
-  if (missing == FramePart::kOverSize) End(c, VT_COLLECTION_OVER_SIZE, EMSGSIZE);
-  if (missing == FramePart::kNothing) TakeMessage(c, now);
+  TakeMessages(c, now);
   return c.phase == Phase::kReceiving;
 }
 
 void Receive(ReplyCollection& c, Milliseconds now) {
   // A node that never pauses must not keep the others of a thread waiting.
-  constexpr int kLooksOfAStep = 256;
-  for (int i = 0; i < kLooksOfAStep && Read(c, now); ++i) {
-  }
+  constexpr int kReadsOfAStep = 64;
+  int reads = 0;
+  while (reads < kReadsOfAStep && Read(c, now)) ++reads;
+  c.has_more = reads == kReadsOfAStep;
 }
 
 void CheckLimits(ReplyCollection& c, Milliseconds now) {
@@ -195,79 +168,122 @@ void CheckLimits(ReplyCollection& c, Milliseconds now) {
   }
 }
 
-// Open begins to connect. A failure is an outcome.
-void Open(ReplyCollection& c, Milliseconds now) {
-  c.fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (c.fd == -1) {
-    EndUnconnected(c, errno);
-  } else {
-    Connect(c, now);
-  }
-}
-
 struct CollectionDeleter {
   void operator()(ReplyCollection* c) const { voltaris_releaseCollection(c); }
 };
 
 }  // namespace
 
+Milliseconds Now() {
+  constexpr Milliseconds kPerSecond = 1000;
+  constexpr long kNanoseconds = 1000000;
+  timespec now;
+  (void)clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kPerSecond + now.tv_nsec / kNanoseconds;
+}
+
+std::int32_t TimeoutUntil(Milliseconds moment) {
+  if (moment == kNever) return -1;
+  return static_cast<std::int32_t>(
+      std::clamp<Milliseconds>(moment - Now(), 0, std::numeric_limits<std::int32_t>::max()));
+}
+
+ReplyCollection* Prepare(Session& session, Query& query, const CollectionOptions* options,
+                         const char* function) {
+  std::unique_ptr<ReplyCollection, CollectionDeleter> c(
+      support::AllocateZeroed<ReplyCollection>().release());
+  if (c != nullptr) {
+    c->fd = -1;
+    c->result = new_resultset();
+  }
+  if (c == nullptr || c->result == nullptr) {
+    VT_LOG_AS(kFatal, function, "out of memory");
+    return nullptr;
+  }
+  if (!MakeMessage(session, query, function)) return nullptr;
+  BeginResult(*c->result, query);
+  c->key = session.key;
+  c->target = session.target;
+  c->message = std::exchange(query.event->raw, nullptr);
+  c->message_size = query.event->raw_len;
+  (void)cv_cleanup_event(std::exchange(query.event, nullptr));
+  c->limits = WithDefaults(options);
+  c->phase_limit = kNever;
+  c->end = kNever;
+  return c.release();
+}
+
+bool Open(ReplyCollection& c, Milliseconds now, bool may_wait) {
+  c.fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (c.fd == -1) {
+    if (may_wait && (errno == EMFILE || errno == ENFILE)) return false;
+    EndUnconnected(c, errno);
+    return true;
+  }
+  c.phase = Phase::kConnecting;
+  c.phase_limit = After(now, c.limits.connect_ms);
+  c.end = After(now, c.limits.total_ms);
+  Connect(c, now);
+  return true;
+}
+
+void Step(ReplyCollection& c, Milliseconds now) {
+  if (c.phase == Phase::kConnecting) Connect(c, now);
+  if (c.phase == Phase::kSending) Send(c);
+  if (c.phase == Phase::kReceiving) Receive(c, now);
+  CheckLimits(c, now);
+}
+
+void End(ReplyCollection& c, vt_collection_outcome outcome, int error) {
+  if (c.phase == Phase::kEnded) return;
+  c.phase = Phase::kEnded;
+  c.outcome = outcome;
+  c.error = error;
+  if (c.member.fleet != nullptr) NoteEnd(c);
+  if (c.fd != -1) (void)closeSocket(std::exchange(c.fd, -1));
+  std::free(std::exchange(c.message, nullptr));
+  c.result->error_code = ErrorCode(c);
+  c.counters.acknowledgements =
+      static_cast<std::uint32_t>(c.result->ack_count + c.result->nak_count);
+  SortArrays(*c.result);
+  VT_LOG_AS(kDebug, kStep, "%s:%d: %s, errno %d", inet_ntoa(c.target.sin_addr),
+            transport::PortOf(c.target), kOutcomes[outcome], error);
+}
+
+Milliseconds NextLimit(const ReplyCollection& c) { return std::min(c.phase_limit, c.end); }
+
+}  // namespace vt::api
+
+using vt::api::Phase;
+
 extern "C" {
 
 ReplyCollection* voltaris_startCollection(Session* session, Query* query,
                                           const CollectionOptions* options) {
-  std::unique_ptr<ReplyCollection, CollectionDeleter> c(
-      vt::support::AllocateZeroed<ReplyCollection>().release());
-  if (c == nullptr) {
-    VT_LOG(kFatal, "out of memory");
-    return nullptr;
-  }
-  c->fd = -1;
-  c->result = new_resultset();
-  if (c->result == nullptr) {
-    VT_LOG(kFatal, "out of memory");
-    return nullptr;
-  }
-  if (!vt::api::MakeMessage(*session, *query, kStart)) return nullptr;
-  vt::api::BeginResult(*c->result, *query);
-  c->key = session->key;
-  c->target = session->target;
-  c->message = std::exchange(query->event->raw, nullptr);
-  c->message_size = query->event->raw_len;
-  (void)cv_cleanup_event(std::exchange(query->event, nullptr));
-  const Milliseconds now = Now();
-  c->limits = WithDefaults(options);
-  c->phase_limit = After(now, c->limits.connect_ms);
-  c->end = After(now, c->limits.total_ms);
-  Open(*c, now);
-  return c.release();
+  ReplyCollection* c = vt::api::Prepare(*session, *query, options, "voltaris_startCollection");
+  if (c != nullptr) (void)vt::api::Open(*c, vt::api::Now(), false);
+  return c;
 }
 
 int voltaris_getCollectionDescriptor(const ReplyCollection* collection) { return collection->fd; }
 
 std::int16_t voltaris_getCollectionEvents(const ReplyCollection* collection) {
-  if (collection->phase == Phase::kEnded) return 0;
-  return collection->phase == Phase::kReceiving ? POLLIN : POLLOUT;
+  if (collection->phase == Phase::kReceiving) return POLLIN;
+  return collection->fd != -1 ? POLLOUT : 0;
 }
 
 std::int32_t voltaris_getCollectionTimeout(const ReplyCollection* collection) {
   if (collection->phase == Phase::kEnded) return 0;
-  const Milliseconds limit = std::min(collection->phase_limit, collection->end);
-  if (limit == kNever) return -1;
-  return static_cast<std::int32_t>(
-      std::clamp<Milliseconds>(limit - Now(), 0, std::numeric_limits<std::int32_t>::max()));
+  return vt::api::TimeoutUntil(vt::api::NextLimit(*collection));
 }
 
 std::int32_t voltaris_stepCollection(ReplyCollection* collection) {
-  const Milliseconds now = Now();
-  if (collection->phase == Phase::kConnecting) Connect(*collection, now);
-  if (collection->phase == Phase::kSending) Send(*collection);
-  if (collection->phase == Phase::kReceiving) Receive(*collection, now);
-  CheckLimits(*collection, now);
+  vt::api::Step(*collection, vt::api::Now());
   return collection->outcome;
 }
 
 void voltaris_cancelCollection(ReplyCollection* collection) {
-  End(*collection, VT_COLLECTION_CANCELLED, ECANCELED);
+  vt::api::End(*collection, VT_COLLECTION_CANCELLED, ECANCELED);
 }
 
 std::int32_t voltaris_getCollectionOutcome(const ReplyCollection* collection) {
@@ -280,6 +296,11 @@ std::int32_t voltaris_getCollectionErrno(const ReplyCollection* collection) {
 
 const CollectionCounters* voltaris_getCollectionCounters(const ReplyCollection* collection) {
   return &collection->counters;
+}
+
+const char* voltaris_nameOutcome(std::int32_t outcome) {
+  const auto index = static_cast<std::size_t>(outcome);
+  return index < vt::api::kOutcomes.size() ? vt::api::kOutcomes[index] : nullptr;
 }
 
 ResultSet* voltaris_takeCollectionResult(ReplyCollection* collection) {

@@ -1,9 +1,9 @@
 /*
  * A Query executed and its replies collected without blocking: under any event loop, or many at
- * once in one thread (vtapi/fleet.h). A Collection tells which descriptor to watch for what and how long; each step
- * after an event or when that time is over takes it further and never waits. It keeps no state
- * outside of itself, starts no thread and raises no signal. One Collection belongs to one thread at
- * a time.
+ * once in one thread (vtapi/fleet.h). A Collection tells which descriptor to watch for what and how
+ * long; each step after an event or when that time is over takes it further and never waits. It
+ * keeps no state outside of itself, starts no thread and raises no signal. One Collection belongs
+ * to one thread at a time.
  *
  *   ReplyCollection* c = voltaris_startCollection(session, query, NULL);
  *   while (voltaris_stepCollection(c) == VT_COLLECTION_PENDING) {

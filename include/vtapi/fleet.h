@@ -27,8 +27,8 @@ typedef struct FleetCounters {
 
 /*
  * voltaris_createFleet returns an empty fleet that runs at most so many Collections at a time (512
- * for 0), or null without memory or a descriptor (FATAL). Each that runs takes one descriptor; where
- * the process has none left, the others wait until one of the fleet's has ended.
+ * for 0), or null without memory or a descriptor (FATAL). Each that runs takes one descriptor;
+ * where the process has none left, the others wait until one of the fleet's has ended.
  */
 VT_API CollectionFleet* voltaris_createFleet(uint32_t most_running);
 
