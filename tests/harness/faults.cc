@@ -71,6 +71,10 @@ struct Hooks {
   CallHook<ssize_t(int, const void*, std::size_t, int)>* send = nullptr;
   CallHook<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)>* recvfrom = nullptr;
   CallHook<int(pollfd*, nfds_t, int)>* poll = nullptr;
+  CallHook<int(int)>* epoll_create1 = nullptr;
+  CallHook<int(int, int, int, epoll_event*)>* epoll_ctl = nullptr;
+  CallHook<int(int, epoll_event*, int, int)>* epoll_wait = nullptr;
+  CallHook<int(clockid_t, timespec*)>* clock_gettime = nullptr;
   CallHook<int(int)>* close = nullptr;
 };
 
@@ -182,6 +186,13 @@ AcceptHook::AcceptHook(Function function) : CallHook(&hooks.accept, std::move(fu
 SendHook::SendHook(Function function) : CallHook(&hooks.send, std::move(function)) {}
 RecvfromHook::RecvfromHook(Function function) : CallHook(&hooks.recvfrom, std::move(function)) {}
 PollHook::PollHook(Function function) : CallHook(&hooks.poll, std::move(function)) {}
+EpollCreateHook::EpollCreateHook(Function function)
+    : CallHook(&hooks.epoll_create1, std::move(function)) {}
+EpollCtlHook::EpollCtlHook(Function function) : CallHook(&hooks.epoll_ctl, std::move(function)) {}
+EpollWaitHook::EpollWaitHook(Function function)
+    : CallHook(&hooks.epoll_wait, std::move(function)) {}
+ClockGettimeHook::ClockGettimeHook(Function function)
+    : CallHook(&hooks.clock_gettime, std::move(function)) {}
 CloseHook::CloseHook(Function function) : CallHook(&hooks.close, std::move(function)) {}
 
 }  // namespace vt::testing
@@ -293,6 +304,26 @@ VT_INTERPOSED ssize_t recvfrom(int fd, void* data, std::size_t len, int flags, s
 VT_INTERPOSED int poll(pollfd* fds, nfds_t count, int timeout_ms) {
   static auto* const real = Next<int(pollfd*, nfds_t, int)>("poll");
   return Forward(&hooks.poll, real, fds, count, timeout_ms);
+}
+
+VT_INTERPOSED int epoll_create1(int flags) noexcept {
+  static auto* const real = Next<int(int)>("epoll_create1");
+  return Forward(&hooks.epoll_create1, real, flags);
+}
+
+VT_INTERPOSED int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+  static auto* const real = Next<int(int, int, int, epoll_event*)>("epoll_ctl");
+  return Forward(&hooks.epoll_ctl, real, epoll, operation, fd, event);
+}
+
+VT_INTERPOSED int epoll_wait(int epoll, epoll_event* events, int count, int timeout_ms) {
+  static auto* const real = Next<int(int, epoll_event*, int, int)>("epoll_wait");
+  return Forward(&hooks.epoll_wait, real, epoll, events, count, timeout_ms);
+}
+
+VT_INTERPOSED VT_UNINSTRUMENTED int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  static auto* const real = Next<int(clockid_t, timespec*)>("clock_gettime");
+  return Forward(&hooks.clock_gettime, real, clock, now);
 }
 
 VT_INTERPOSED VT_UNINSTRUMENTED int close(int fd) {

@@ -1,9 +1,9 @@
 // Failing allocations and replaced system calls. faults.cc defines malloc, calloc, realloc, free,
-// strdup, strndup, socket, connect, getsockname, send, recvfrom, poll, accept, bind and close in
-// the test executable. A shared library imports these names as ordinary symbols, so its calls
-// arrive here too, and are passed on to the real function unless the calling thread has asked
-// otherwise. All state is per thread; every object below belongs to the thread and the scope that
-// made it.
+// strdup, strndup, socket, connect, getsockname, send, recvfrom, poll, epoll_create1, epoll_ctl,
+// epoll_wait, clock_gettime, accept, bind and close in the test executable. A shared library
+// imports these names as ordinary symbols, so its calls arrive here too, and are passed on to the
+// real function unless the calling thread has asked otherwise. All state is per thread; every
+// object below belongs to the thread and the scope that made it.
 //
 // Linking: the definitions win because the executable comes first in the order of look-up, so it
 // has to contain and to export them. It contains them when it uses a class of this header (the
@@ -21,8 +21,10 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -297,6 +299,27 @@ class RecvfromHook : public CallHook<ssize_t(int fd, void* data, std::size_t len
 class PollHook : public CallHook<int(pollfd* fds, nfds_t count, int timeout_ms)> {
  public:
   explicit PollHook(Function function);
+};
+
+class EpollCreateHook : public CallHook<int(int flags)> {
+ public:
+  explicit EpollCreateHook(Function function);
+};
+
+class EpollCtlHook : public CallHook<int(int epoll, int operation, int fd, epoll_event* event)> {
+ public:
+  explicit EpollCtlHook(Function function);
+};
+
+class EpollWaitHook
+    : public CallHook<int(int epoll, epoll_event* events, int count, int timeout_ms)> {
+ public:
+  explicit EpollWaitHook(Function function);
+};
+
+class ClockGettimeHook : public CallHook<int(clockid_t clock, timespec* now)> {
+ public:
+  explicit ClockGettimeHook(Function function);
 };
 
 class CloseHook : public CallHook<int(int fd)> {
