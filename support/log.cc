@@ -1,6 +1,7 @@
 #include "support/log.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -13,9 +14,11 @@ namespace {
 
 using vt::support::Level;
 
-constinit FILE* log_file = nullptr;
-constinit std::uint8_t callback_enabled = 0;
-constinit log_callback callback = nullptr;
+// Each setting is read and written whole; what they point at is for the caller to keep in order.
+constinit std::atomic<FILE*> log_file = nullptr;
+constinit std::atomic<std::uint8_t> callback_enabled = 0;
+constinit std::atomic<log_callback> callback = nullptr;
+constexpr auto kRelaxed = std::memory_order_relaxed;
 
 constexpr std::size_t kCallbackTextSize = 512;
 constexpr std::array<const char*, 6> kLevelWords = {"TRACE", "DEBUG", "INFO",
@@ -33,13 +36,14 @@ class ErrnoKeeper {
   int saved_ = errno;
 };
 
-__attribute__((format(printf, 3, 0))) void EmitToCallback(Level level, const char* function,
-                                                          const char* format, va_list arguments) {
+__attribute__((format(printf, 4, 0))) void EmitToCallback(log_callback receiver, Level level,
+                                                          const char* function, const char* format,
+                                                          va_list arguments) {
   std::array<char, kCallbackTextSize> text{};
   (void)std::snprintf(text.data(), text.size(), "%s: ", function);
   const std::size_t used = std::strlen(text.data());
   (void)std::vsnprintf(text.data() + used, text.size() - used, format, arguments);
-  callback(static_cast<std::uint32_t>(level), text.data());
+  receiver(static_cast<std::uint32_t>(level), text.data());
 }
 
 __attribute__((format(printf, 3, 0))) void EmitToFile(Level level, const char* function,
@@ -49,26 +53,30 @@ __attribute__((format(printf, 3, 0))) void EmitToFile(Level level, const char* f
   const std::time_t now = std::time(nullptr);
   (void)ctime_r(&now, stamp.data());
   stamp[kCtimeSize - 2] = '\0';  // in place of its newline
-  (void)std::fprintf(getLogFile(), "%s [%s] %s: ", stamp.data(),
+  FILE* stream = getLogFile();
+  flockfile(stream);  // lines of several threads do not mix
+  (void)std::fprintf(stream, "%s [%s] %s: ", stamp.data(),
                      kLevelWords[static_cast<std::size_t>(level)], function);
-  (void)std::vfprintf(getLogFile(), format, arguments);
-  (void)std::fprintf(getLogFile(), "\n");
-  (void)std::fflush(getLogFile());
+  (void)std::vfprintf(stream, format, arguments);
+  (void)std::fprintf(stream, "\n");
+  (void)std::fflush(stream);
+  funlockfile(stream);
 }
 
 }  // namespace
 
 namespace vt::support {
 
-constinit std::uint32_t log_threshold = VT_LOG_INFO;
+constinit std::atomic<std::uint32_t> log_threshold = VT_LOG_INFO;
 
 // NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks the arguments against the format
 void LogLine(Level level, const char* function, const char* format, ...) {
   const ErrnoKeeper keeper;
   va_list arguments;
   va_start(arguments, format);
-  if (callback_enabled != 0 && callback != nullptr) {
-    EmitToCallback(level, function, format, arguments);
+  log_callback receiver = callback_enabled.load(kRelaxed) != 0 ? callback.load(kRelaxed) : nullptr;
+  if (receiver != nullptr) {
+    EmitToCallback(receiver, level, function, format, arguments);
   } else {
     EmitToFile(level, function, format, arguments);
   }
@@ -79,30 +87,33 @@ void LogLine(Level level, const char* function, const char* format, ...) {
 
 extern "C" {
 
-std::uint32_t getLogLevel() { return vt::support::log_threshold; }
+std::uint32_t getLogLevel() { return vt::support::log_threshold.load(kRelaxed); }
 
-void setLogLevel(std::uint32_t level) { vt::support::log_threshold = level; }
+void setLogLevel(std::uint32_t level) { vt::support::log_threshold.store(level, kRelaxed); }
 
-FILE* getLogFile() { return log_file != nullptr ? log_file : stdout; }
+FILE* getLogFile() {
+  FILE* stream = log_file.load(kRelaxed);
+  return stream != nullptr ? stream : stdout;
+}
 
-void setLogFile(FILE* stream) { log_file = stream; }
+void setLogFile(FILE* stream) { log_file.store(stream, kRelaxed); }
 
-log_callback getLogCallback() { return callback; }
+log_callback getLogCallback() { return callback.load(kRelaxed); }
 
 int setLogCallback(log_callback new_callback) {
   if (new_callback == nullptr) return 0;
   // Deliberate: the line precedes the change, here and below.
   VT_LOG(kDebug, "Setting log callback address to %p", reinterpret_cast<void*>(new_callback));
-  callback = new_callback;
+  callback.store(new_callback, kRelaxed);
   return 1;
 }
 
-std::uint32_t getLogCallbackEnable() { return callback_enabled; }
+std::uint32_t getLogCallbackEnable() { return callback_enabled.load(kRelaxed); }
 
 void enableLogCallback(std::uint32_t flag) {
   const auto enabled = static_cast<std::uint8_t>(flag);
   VT_LOG(kDebug, "Log callback feature is being %s", enabled != 0 ? "ENABLED" : "DISABLED");
-  callback_enabled = enabled;
+  callback_enabled.store(enabled, kRelaxed);
 }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 #ifndef VT_SUPPORT_LOG_H
 #define VT_SUPPORT_LOG_H
 
+#include <atomic>
 #include <cstdint>
 
 namespace vt::support {
@@ -12,9 +13,11 @@ enum class Level : std::uint32_t { kTrace, kDebug, kInfo, kWarn, kError, kFatal 
 
 // log_threshold is the configured level; a line is emitted when the threshold is at most its
 // level.
-extern constinit std::uint32_t log_threshold;
+extern constinit std::atomic<std::uint32_t> log_threshold;
 
-inline bool LogEnabled(Level level) { return log_threshold <= static_cast<std::uint32_t>(level); }
+inline bool LogEnabled(Level level) {
+  return log_threshold.load(std::memory_order_relaxed) <= static_cast<std::uint32_t>(level);
+}
 
 // LogLine emits a line without looking at the threshold again. It leaves errno as it found it.
 void LogLine(Level level, const char* function, const char* format, ...)

@@ -1,6 +1,5 @@
-// Two Sessions in two threads: whole exchanges and the calls around them at the same time. Only
-// what the library documents as one for the process is left alone: the log settings, which are made
-// before, and the reader of rows.
+// Sessions in several threads: whole exchanges and the calls around them at the same time. Only
+// what the library documents as one for the process is left alone: the classic reader of rows.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -22,16 +21,22 @@ using namespace vt::testing;
 
 constexpr int kExchanges = 200;
 
-// Answers are an acknowledgement of three rows and two replies, of devices of this thread alone.
-Bytes Answers(const std::string& name) {
-  PduImage will = ReplyWith({Aggregate(42, name, {Entry(1), Entry(2), Entry(3)})}, -1);
-  will.cls = 13;
+// RepliesOf are two replies, of devices of this thread alone.
+std::array<Bytes, 2> RepliesOf(const std::string& name) {
   const auto rows = [](const std::string& device) {
     return SignedReply(ReplyWith({Element(8, 0, Text("office")),
                                   Aggregate(13, device, {Entry(1, {0, 11}), Entry(2, {0, 12})}),
                                   Aggregate(9, device, {Entry(1, Counted(Text("lamp")))})}));
   };
-  return Cat({SignedReply(will), rows(name + "-a"), rows(name + "-b")});
+  return {rows(name + "-a"), rows(name + "-b")};
+}
+
+// Answers are an acknowledgement of three rows and the replies.
+Bytes Answers(const std::string& name) {
+  PduImage will = ReplyWith({Aggregate(42, name, {Entry(1), Entry(2), Entry(3)})}, -1);
+  will.cls = 13;
+  const auto [first, second] = RepliesOf(name);
+  return Cat({SignedReply(will), first, second});
 }
 
 QueryPtr NewQuery(int number, const std::string& name) {
@@ -169,6 +174,88 @@ TEST(TwoThreads, WithASessionEachMayReportToOneCallback) {
   RunTwoClients();
   setLogLevel(kSilent);
   EXPECT_GT(lines, 0u);
+}
+
+// CursorRows lists the rows through a cursor of this thread.
+std::vector<std::string> CursorRows(const ResultSet& result) {
+  std::vector<std::string> rows;
+  ResultCursor cursor;
+  voltaris_startCursor(&cursor, &result);
+  while (voltaris_advanceCursor(&cursor) != 0) {
+    const auto* const id = reinterpret_cast<const char*>(cursor.identity.device_id);
+    rows.push_back(std::string(id, strnlen(id, 32)) + "/" +
+                   std::to_string(cursor.identity.entity_index));
+  }
+  return rows;
+}
+
+// FleetClient collects in a fleet of this thread, over and over.
+void FleetClient(const std::string& name) {
+  constexpr std::size_t kRounds = 5;
+  constexpr std::size_t kNodes = 4;
+  const Bytes answers = Answers(name);
+  ScriptedPeer peer(
+      [&](PeerConnection& c) {
+        c.ReadPdu();
+        c.Send(answers);
+      },
+      kRounds * kNodes);
+  const SessionPtr session = LoopbackSession(peer.port());
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    std::vector<QueryPtr> queries;
+    const std::unique_ptr<CollectionFleet, ReleaseWith<&voltaris_releaseFleet>> fleet(
+        voltaris_createFleet(2));
+    for (std::size_t i = 0; i < kNodes; ++i) {
+      queries.push_back(NewQuery(0, name));
+      EXPECT_NE(
+          voltaris_addToFleet(fleet.get(), session.get(), queries.back().get(), nullptr, nullptr),
+          nullptr);
+    }
+    EXPECT_EQ(voltaris_runFleet(fleet.get(), nullptr, nullptr), 0);
+    while (ReplyCollection* c = voltaris_takeEnded(fleet.get(), nullptr)) {
+      EXPECT_EQ(voltaris_getCollectionOutcome(c), VT_COLLECTION_COMPLETE);
+      const ResultPtr result(voltaris_takeCollectionResult(c));
+      EXPECT_EQ(CursorRows(*result), (std::vector<std::string>{name + "-a/1", name + "-a/2",
+                                                               name + "-b/1", name + "-b/2"}));
+      voltaris_releaseCollection(c);
+    }
+  }
+  EXPECT_TRUE(peer.Join());
+}
+
+TEST(SixtyFourThreads, WithASessionEachGetTheirOwnAnswersWhileTheLogSettingsChange) {
+  const FileLog quiet(kSilent);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 64; ++i) threads.emplace_back(FleetClient, "lamp" + std::to_string(i));
+  constexpr int kChanges = 100;
+  for (int i = 0; i < kChanges; ++i) {
+    setLogLevel(i % 2 == 0 ? kDebug : kSilent);
+    std::this_thread::yield();
+  }
+  for (std::thread& thread : threads) thread.join();
+  setLogLevel(kSilent);
+}
+
+TEST(ManyCursors, InManyThreadsWalkOneResult) {
+  const FileLog quiet(kSilent);
+  const SessionPtr session = LoopbackSession(1);
+  const QueryPtr query = NewQuery(0, "lamp");
+  const ResultPtr result(new_resultset());
+  ASSERT_NE(result, nullptr);
+  result->query = query.get();
+  queue_init(&result->rows, 0);
+  queue_init(&result->events, 0);
+  for (const Bytes& reply : RepliesOf("lamp")) {
+    vtn_processReply(reply.data(), static_cast<std::int32_t>(reply.size()), result.get(),
+                     &session->key);
+  }
+  const std::vector<std::string> expected = RowsOf(*result);
+  ASSERT_EQ(expected.size(), 4U);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([&] { EXPECT_EQ(CursorRows(*result), expected); });
+  }
+  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(ASession, MadeInOneThreadServesAnother) {
