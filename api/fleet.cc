@@ -109,12 +109,14 @@ void Start(CollectionFleet& fleet, ReplyCollection& c, Milliseconds now) {
   if (!Watch(fleet, c, EPOLL_CTL_ADD)) vt::api::End(c, VT_COLLECTION_UNREACHABLE, errno);
 }
 
-// Poll waits for at most so many milliseconds and does what there is to do then. In between it
-// never does more than a few hundred steps, so that the caller's other work gets its turn.
-void Poll(CollectionFleet& fleet, int timeout) {
+// Poll waits for at most so many milliseconds and does what there is to do then, but never more
+// than some hundred steps, so that the caller's other work gets its turn. False when it cannot
+// wait.
+bool Poll(CollectionFleet& fleet, int timeout) {
   constexpr std::size_t kAtOnce = 256;
   std::array<epoll_event, kAtOnce> events;
   const int count = epoll_wait(fleet.epoll, events.data(), events.size(), timeout);
+  const bool can_wait = count >= 0 || errno == EINTR;
   const Milliseconds now = vt::api::Now();
   for (int i = 0; i < count; ++i) {
     Advance(fleet, *static_cast<ReplyCollection*>(events[static_cast<std::size_t>(i)].data.ptr),
@@ -126,6 +128,7 @@ void Poll(CollectionFleet& fleet, int timeout) {
   for (std::size_t i = 0; i < kAtOnce && CanStart(fleet); ++i) {
     Start(fleet, *fleet.waiting.first(), now);
   }
+  return can_wait;
 }
 
 // Deliver tells the callback of all that have ended. False when it wants no more.
@@ -202,7 +205,7 @@ std::int32_t voltaris_getFleetTimeout(const CollectionFleet* fleet) {
 }
 
 std::int32_t voltaris_stepFleet(CollectionFleet* fleet) {
-  Poll(*fleet, 0);
+  (void)Poll(*fleet, 0);
   return IsAtWork(*fleet) ? 1 : 0;
 }
 
@@ -222,7 +225,7 @@ std::int32_t voltaris_runFleet(CollectionFleet* fleet, fleet_callback callback, 
     if (callback != nullptr) goes_on = Deliver(*fleet, callback, context) && goes_on;
     if (!goes_on) voltaris_cancelFleet(fleet);
     if (IsAtWork(*fleet)) {
-      Poll(*fleet, voltaris_getFleetTimeout(fleet));
+      goes_on = Poll(*fleet, voltaris_getFleetTimeout(fleet)) && goes_on;
     } else if (callback == nullptr || fleet->ended.empty()) {
       return goes_on ? 0 : -1;
     }

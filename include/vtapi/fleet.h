@@ -71,7 +71,8 @@ typedef int32_t (*fleet_callback)(void* context, ReplyCollection* collection, vo
 
 /*
  * voltaris_runFleet steps and waits until every Collection has ended. With a null callback they are
- * left to be taken. Returns 0, or -1 when the callback cancelled.
+ * left to be taken. Returns 0, or -1 when all that were left were cancelled, by the callback or
+ * because the descriptor cannot be waited for.
  */
 VT_API int32_t voltaris_runFleet(CollectionFleet* fleet, fleet_callback callback, void* context);
 

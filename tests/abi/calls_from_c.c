@@ -763,6 +763,48 @@ static Event* new_reply(uint32_t shipment, const hmac_context* key) {
   return ev;
 }
 
+/* A fleet of two: one node refuses, one is never asked. */
+static int32_t on_ended(void* context, ReplyCollection* ended, void* tag,
+                        const FleetCounters* counters) {
+  int* told = context;
+  CHECK(ended != NULL && counters->finished >= 1);
+  CHECK(tag == told);
+  ++*told;
+  return 0;
+}
+
+static void fleet(void) {
+  int told = 0;
+  void* tag = NULL;
+  int port = 0;
+  const int closed = new_listener(&port);
+  Session* session =
+      voltaris_createSession("127.0.0.1", (uint32_t)port, identity, key_bytes, sizeof key_bytes);
+  Query* first = voltaris_createCollectQuery("office", 0);
+  Query* second = voltaris_createCollectQuery("office", 0);
+  CollectionFleet* ships = voltaris_createFleet(1);
+  ReplyCollection* ended;
+  CHECK(closeSocket(closed) == 0);
+  CHECK(ships != NULL && session != NULL && first != NULL && second != NULL);
+  CHECK(voltaris_getFleetDescriptor(ships) >= 0);
+  CHECK(voltaris_getFleetTimeout(ships) == -1);
+  CHECK(voltaris_addToFleet(ships, session, first, NULL, &told) != NULL);
+  CHECK(voltaris_getFleetCounters(ships)->waiting == 1);
+  CHECK(voltaris_runFleet(ships, on_ended, &told) == 0);
+  CHECK(told == 1);
+  CHECK(voltaris_addToFleet(ships, session, second, NULL, &told) != NULL);
+  voltaris_cancelFleet(ships);
+  CHECK(voltaris_stepFleet(ships) == 0);
+  ended = voltaris_takeEnded(ships, &tag);
+  CHECK(ended != NULL && tag == &told);
+  CHECK(strcmp(voltaris_nameOutcome(voltaris_getCollectionOutcome(ended)), "cancelled") == 0);
+  voltaris_releaseCollection(ended);
+  voltaris_releaseFleet(ships);
+  voltaris_releaseQuery(first);
+  voltaris_releaseQuery(second);
+  voltaris_closeSession(session);
+}
+
 /* A whole query: the node's side is played between execution and collection. */
 static void collection(void) {
   uint8_t buf[VT_MAX_PDU_SIZE];
@@ -940,6 +982,7 @@ int main(void) {
   sessions();
   queries();
   collection();
+  fleet();
   result_pieces();
   printf("%d checks, %d failures\n", num_checks, num_failures);
   return num_failures == 0 ? 0 : 1;

@@ -143,6 +143,12 @@ VT_OFFSET(CollectionCounters, forged, 12, 12);
 VT_OFFSET(CollectionCounters, malformed, 16, 16);
 VT_OFFSET(CollectionCounters, acknowledgements, 20, 20);
 
+VT_SIZE(FleetCounters, 16, 16);
+VT_OFFSET(FleetCounters, waiting, 0, 0);
+VT_OFFSET(FleetCounters, running, 4, 4);
+VT_OFFSET(FleetCounters, ended, 8, 8);
+VT_OFFSET(FleetCounters, finished, 12, 12);
+
 VT_SIZE(ResultCursor, 56, 72);
 VT_OFFSET(ResultCursor, result, 0, 0);
 VT_OFFSET(ResultCursor, device, 4, 8);

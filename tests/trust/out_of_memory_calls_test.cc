@@ -950,6 +950,49 @@ void CoverSessionsAndQueries() {
   QUIET(voltaris_releaseQuery, query);
 }
 
+void CoverFleets() {
+  Sweep("voltaris_createFleet", [](AllocationFault& fault) {
+    CollectionFleet* const fleet = voltaris_createFleet(1);
+    fault.Disarm();
+    EXPECT_EQ(fleet == nullptr, fault.hit());
+    voltaris_releaseFleet(fleet);
+  });
+  const SessionPtr session = LoopbackSession(1);
+  const ConnectHook refused([](int, const sockaddr*, socklen_t) -> std::optional<int> {
+    errno = ECONNREFUSED;
+    return -1;
+  });
+  Sweep("voltaris_addToFleet", [&](AllocationFault& fault) {
+    const std::unique_ptr<CollectionFleet, ReleaseWith<& voltaris_releaseFleet>> fleet =
+        Prepared([] {
+          return std::unique_ptr<CollectionFleet, ReleaseWith<&voltaris_releaseFleet>>(
+              voltaris_createFleet(1));
+        });
+    const QueryPtr query =
+        Prepared([] { return QueryPtr(voltaris_createCollectQuery("office", 1)); });
+    ReplyCollection* const added =
+        voltaris_addToFleet(fleet.get(), session.get(), query.get(), nullptr, nullptr);
+    fault.Disarm();
+    if (added == nullptr) EXPECT_TRUE(fault.hit());
+    EXPECT_EQ(voltaris_runFleet(fleet.get(), nullptr, nullptr), 0);
+    EXPECT_EQ(voltaris_getFleetCounters(fleet.get())->ended, added != nullptr ? 1u : 0u);
+    voltaris_releaseCollection(voltaris_takeEnded(fleet.get(), nullptr));
+  });
+  const QueryPtr query(voltaris_createCollectQuery("office", 1));
+  CollectionFleet* const fleet = voltaris_createFleet(1);
+  ASSERT_NE(voltaris_addToFleet(fleet, session.get(), query.get(), nullptr, nullptr), nullptr);
+  EXPECT_NE(QUIET(voltaris_getFleetDescriptor, fleet), -1);
+  EXPECT_EQ(QUIET(voltaris_getFleetTimeout, fleet), 0);
+  EXPECT_EQ(QUIET(voltaris_getFleetCounters, fleet)->waiting, 1u);
+  EXPECT_EQ(QUIET(voltaris_stepFleet, fleet), 0);
+  EXPECT_EQ(QUIET(voltaris_runFleet, fleet, nullptr, nullptr), 0);
+  QUIET(voltaris_cancelFleet, fleet);
+  ReplyCollection* const ended = QUIET(voltaris_takeEnded, fleet, nullptr);
+  EXPECT_NE(ended, nullptr);
+  voltaris_releaseCollection(ended);
+  QUIET(voltaris_releaseFleet, fleet);
+}
+
 void CoverExecutionAndCollection() {
   const Bytes reply = SignedReply(RichReply());
   Sweep("voltaris_startCollection", [](AllocationFault& fault) {
@@ -985,6 +1028,7 @@ void CoverExecutionAndCollection() {
     const ResultPtr result(QUIET(voltaris_takeCollectionResult, c));
     EXPECT_NE(result, nullptr);
     QUIET(voltaris_releaseCollection, c);
+    EXPECT_STREQ(QUIET(voltaris_nameOutcome, VT_COLLECTION_CANCELLED), "cancelled");
   }
 
   Sweep("voltaris_execQuery", [](AllocationFault& fault) {
@@ -1182,6 +1226,7 @@ TEST(OutOfMemory, EveryExportedCallFailsAsStatedOrAllocatesNothing) {
       {"sockets", CoverTransport},
       {"sessions and queries", CoverSessionsAndQueries},
       {"execution and collection", CoverExecutionAndCollection},
+      {"fleets", CoverFleets},
       {"results", CoverResults},
   };
   std::size_t all = 0;

@@ -28,6 +28,7 @@
 
 #include "vtapi.h"
 
+#include "tests/trust/error_numbers.h"
 #include "tests/trust/exchange_support.h"
 #include "tests/trust/trust_support.h"
 
@@ -35,55 +36,7 @@ namespace {
 
 using namespace vt::testing;
 
-// What the manual pages of the calls list, those of sockets, IP and TCP included, and what the
-// network can report late.
-constexpr int kSocketErrors[] = {EACCES, EAFNOSUPPORT,    EINTR,   EINVAL,
-                                 EMFILE, ENFILE,          ENOBUFS, ENOMEM,
-                                 ENOSYS, EPROTONOSUPPORT, EPERM,   ESOCKTNOSUPPORT};
-constexpr int kConnectErrors[] = {EACCES,   EADDRINUSE, EADDRNOTAVAIL, EAFNOSUPPORT, EAGAIN,
-                                  EALREADY, EBADF,      ECONNABORTED,  ECONNREFUSED, ECONNRESET,
-                                  EFAULT,   EHOSTDOWN,  EHOSTUNREACH,  EINPROGRESS,  EINTR,
-                                  EINVAL,   EIO,        EISCONN,       ENETDOWN,     ENETUNREACH,
-                                  ENOBUFS,  ENOMEM,     ENOPROTOOPT,   ENOTSOCK,     EOPNOTSUPP,
-                                  EPERM,    EPIPE,      EPROTO,        EPROTOTYPE,   ETIMEDOUT};
-constexpr int kGetsocknameErrors[] = {EBADF,   EFAULT,   EINTR,      EINVAL,
-                                      ENOBUFS, ENOTCONN, EOPNOTSUPP, ENOTSOCK};
-constexpr int kSendErrors[] = {
-    EACCES,     EADDRNOTAVAIL, EAGAIN,     EALREADY,  EBADF,        ECONNABORTED, ECONNREFUSED,
-    ECONNRESET, EDESTADDRREQ,  EFAULT,     EHOSTDOWN, EHOSTUNREACH, EINTR,        EINVAL,
-    EIO,        EISCONN,       EMSGSIZE,   ENETDOWN,  ENETUNREACH,  ENOBUFS,      ENOMEM,
-    ENOTCONN,   ENOTSOCK,      EOPNOTSUPP, EPERM,     EPIPE,        EPROTO,       ETIMEDOUT};
-constexpr int kReadErrors[] = {EACCES,     EAGAIN, EBADF,       ECONNABORTED, ECONNREFUSED,
-                               ECONNRESET, EFAULT, EHOSTDOWN,   EHOSTUNREACH, EINTR,
-                               EINVAL,     EIO,    EMSGSIZE,    ENETDOWN,     ENETUNREACH,
-                               ENOBUFS,    ENOMEM, ENOPROTOOPT, ENOTCONN,     ENOTSOCK,
-                               EOPNOTSUPP, EPERM,  EPIPE,       EPROTO,       ETIMEDOUT};
-// Waits that fail with these are repeated; those with the others never become better.
-constexpr int kRepeatedWaitErrors[] = {EAGAIN, EFAULT, EINTR, ENOMEM, EPERM};
-constexpr int kFinalWaitErrors[] = {EBADF, EINVAL};
-constexpr int kRestartErrno = 512;  // leaks out of the system when accept is traced
-constexpr int kAcceptErrors[] = {
-    EAGAIN, EBADF,           ECONNABORTED,    ECONNRESET, EFAULT,       EHOSTDOWN,  EHOSTUNREACH,
-    EINTR,  EINVAL,          EMFILE,          ENETDOWN,   ENETUNREACH,  ENFILE,     ENOBUFS,
-    ENOMEM, ENONET,          ENOPROTOOPT,     ENOSR,      ENOTSOCK,     EOPNOTSUPP, EPERM,
-    EPROTO, EPROTONOSUPPORT, ESOCKTNOSUPPORT, ETIMEDOUT,  kRestartErrno};
-constexpr int kBindErrors[] = {EACCES, EADDRINUSE, EADDRNOTAVAIL, EAFNOSUPPORT, EBADF,   EFAULT,
-                               EINTR,  EINVAL,     ELOOP,         ENAMETOOLONG, ENOBUFS, ENOENT,
-                               ENOMEM, ENOTDIR,    ENOTSOCK,      EPERM,        EROFS};
-constexpr int kCloseErrors[] = {EBADF, EDQUOT, EINTR, EIO, ENOSPC};
-
-template <std::size_t kCount>
-void Report(const char* call, const int (&)[kCount], const char* calls) {
-  std::cout << call << ": " << kCount << " error numbers in " << calls << "\n";
-}
-
 std::string Numbered(const char* text, long number) { return text + std::to_string(number); }
-
-template <class Result>
-std::optional<Result> FailWith(int error) {
-  errno = error;
-  return Result{-1};
-}
 
 // For sessions whose connections are replaced.
 constexpr std::uint32_t kNoPort = 9;
