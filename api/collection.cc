@@ -77,13 +77,17 @@ void EndUnconnected(ReplyCollection& c, int error) {
   End(c, error == ECONNREFUSED ? VT_COLLECTION_REFUSED : VT_COLLECTION_UNREACHABLE, error);
 }
 
+void NoteConnected(ReplyCollection& c, Milliseconds now) {
+  c.phase = Phase::kSending;
+  c.phase_limit = After(now, c.limits.idle_ms);
+}
+
 // Connect begins to connect or, from the second time on, asks how it goes.
 void Connect(ReplyCollection& c, Milliseconds now) {
   const int connected =
       connect(c.fd, transport::AsSocketAddress(&c.target), transport::kAddressSize);
   if (connected == 0 || errno == EISCONN) {
-    c.phase = Phase::kSending;
-    c.phase_limit = After(now, c.limits.idle_ms);
+    NoteConnected(c, now);
     return;
   }
   // An interrupted connect goes on by itself.
@@ -227,10 +231,12 @@ bool Open(ReplyCollection& c, Milliseconds now, bool may_wait) {
   return true;
 }
 
-void Step(ReplyCollection& c, Milliseconds now) {
-  if (c.phase == Phase::kConnecting) Connect(c, now);
+void Step(ReplyCollection& c, Milliseconds now, News news) {
+  if (c.phase == Phase::kConnecting) {
+    news.is_connected ? NoteConnected(c, now) : Connect(c, now);
+  }
   if (c.phase == Phase::kSending) Send(c);
-  if (c.phase == Phase::kReceiving) Receive(c, now);
+  if (c.phase == Phase::kReceiving && news.may_be_readable) Receive(c, now);
   CheckLimits(c, now);
 }
 

@@ -70,8 +70,14 @@ namespace vt::api {
 // may_wait is true it goes on waiting, and false is returned.
 bool Open(ReplyCollection& c, Milliseconds now, bool may_wait);
 
+// News is what is known of a descriptor beforehand, which saves asking the system.
+struct News {
+  bool is_connected = false;  // for certain
+  bool may_be_readable = true;
+};
+
 // Step does what can be done now.
-void Step(ReplyCollection& c, Milliseconds now);
+void Step(ReplyCollection& c, Milliseconds now, News news = {});
 
 // End is what every way to an outcome comes to. One that has ended stays as it is.
 void End(ReplyCollection& c, vt_collection_outcome outcome, int error = 0);

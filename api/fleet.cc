@@ -82,9 +82,17 @@ bool Watch(const CollectionFleet& fleet, ReplyCollection& c, int operation) {
   return epoll_ctl(fleet.epoll, operation, c.fd, &event) == 0;
 }
 
+// NewsOf tells what an event says. What arrives after it is announced by another.
+vt::api::News NewsOf(std::uint32_t events) {
+  const bool has_failed = (events & (EPOLLERR | EPOLLHUP)) != 0;
+  return {.is_connected = (events & EPOLLOUT) != 0 && !has_failed,
+          .may_be_readable = (events & EPOLLIN) != 0 || has_failed};
+}
+
 // Advance steps one that runs.
-void Advance(CollectionFleet& fleet, ReplyCollection& c, Milliseconds now) {
-  vt::api::Step(c, now);
+void Advance(CollectionFleet& fleet, ReplyCollection& c, Milliseconds now,
+             vt::api::News news = {}) {
+  vt::api::Step(c, now, news);
   if (c.phase == Phase::kEnded) return;
   // Watching anew announces what is there already.
   if (c.has_more && !Watch(fleet, c, EPOLL_CTL_MOD)) {
@@ -119,8 +127,8 @@ bool Poll(CollectionFleet& fleet, int timeout) {
   const bool can_wait = count >= 0 || errno == EINTR;
   const Milliseconds now = vt::api::Now();
   for (int i = 0; i < count; ++i) {
-    Advance(fleet, *static_cast<ReplyCollection*>(events[static_cast<std::size_t>(i)].data.ptr),
-            now);
+    const epoll_event& event = events[static_cast<std::size_t>(i)];
+    Advance(fleet, *static_cast<ReplyCollection*>(event.data.ptr), now, NewsOf(event.events));
   }
   while (!fleet.running.empty() && fleet.running.first().member.wake <= now) {
     Advance(fleet, fleet.running.first(), now);

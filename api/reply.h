@@ -16,8 +16,8 @@ Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const 
 // BeginResult prepares a new ResultSet for the replies to a Query.
 void BeginResult(ResultSet& result, Query& query);
 
-// MakeArrays provides those arrays for acknowledgements that are not there, or returns false without
-// memory.
+// MakeArrays provides those arrays for acknowledgements that are not there, or returns false
+// without memory.
 [[nodiscard]] bool MakeArrays(ResultSet& result);
 
 // SortArrays sorts them once all are there.

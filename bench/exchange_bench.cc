@@ -23,21 +23,6 @@ const Peer& ThePeer() {
   return peer;
 }
 
-// QueryImage is what the library sends for such a query, time-out included.
-Bytes QueryImage(std::uint32_t priority) {
-  constexpr std::uint8_t kTimeoutSeconds = 6;
-  constexpr std::uint32_t kComm = 2;
-  const QueryPtr query = CollectQuery(PeerShape(), priority);
-  Require(cv_add_tlv_common(query->event, VT_TLV_QUERY_TIMEOUT, VT_TLV_HEADER_SIZE + 1,
-                            &kTimeoutSeconds, 0) == 0 &&
-              vtn_createPdu(query->event, query->priority, CV_SHIPMENT_SEND,
-                            static_cast<std::uint32_t>(query->class_),
-                            static_cast<std::uint32_t>(query->action), kIdentity, 0, &KeyContext(),
-                            kComm) == 0,
-          "a query cannot be made");
-  return {query->event->raw, query->event->raw + query->event->raw_len};
-}
-
 void BareExchange(std::uint16_t port, const Bytes& query) {
   constexpr int kTimeoutMs = 180000;
   constexpr std::size_t kTlvBytesAt = 76;

@@ -75,14 +75,13 @@ std::size_t PeerRows(std::uint32_t priority) {
 }
 
 int Listen(std::uint16_t& port) {
-  constexpr int kBacklog = 128;
   const int listener = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  Require(bind(listener, generic, size) == 0 && listen(listener, kBacklog) == 0 &&
+  Require(bind(listener, generic, size) == 0 && listen(listener, SOMAXCONN) == 0 &&
               getsockname(listener, generic, &size) == 0,
           "peer: no listener");
   port = ntohs(address.sin_port);
@@ -125,6 +124,20 @@ Peer::Peer() {
 Peer::~Peer() {
   kill(pid_, SIGKILL);
   waitpid(pid_, nullptr, 0);
+}
+
+Bytes QueryImage(std::uint32_t priority) {
+  constexpr std::uint8_t kTimeoutSeconds = 6;
+  constexpr std::uint32_t kComm = 2;
+  const QueryPtr query = CollectQuery(PeerShape(), priority);
+  Require(cv_add_tlv_common(query->event, VT_TLV_QUERY_TIMEOUT, VT_TLV_HEADER_SIZE + 1,
+                            &kTimeoutSeconds, 0) == 0 &&
+              vtn_createPdu(query->event, query->priority, CV_SHIPMENT_SEND,
+                            static_cast<std::uint32_t>(query->class_),
+                            static_cast<std::uint32_t>(query->action), kIdentity, 0, &KeyContext(),
+                            kComm) == 0,
+          "a query cannot be made");
+  return {query->event->raw, query->event->raw + query->event->raw_len};
 }
 
 void Exchange(Session* session, std::uint32_t priority) {

@@ -46,6 +46,9 @@ class Peer {
   pid_t pid_ = -1;
 };
 
+// QueryImage is what the library sends for such a query, time-out included.
+Bytes QueryImage(std::uint32_t priority);
+
 // Exchange asks once and takes in and releases what comes.
 void Exchange(Session* session, std::uint32_t priority);
 

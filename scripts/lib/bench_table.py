@@ -78,6 +78,12 @@ ROWS = [
         "HMAC of its bytes", "ns", "ratio", 4.0, None),
     Row("P13", "P13/acknowledgements", "collect and sort {scale} acknowledgements, each",
         "memcpy and qsort", "ns", "ours", 300, None),
+    Row("P14", "P14/one_row", "a node of 2000 at once through one thread, one row",
+        "bare connections", "ns", "ratio", 1.3, 1.3),
+    Row("P14", "P14/full_reply", "the same, one full reply",
+        "bare connections", "ns", "ratio", 1.3, 1.3),
+    Row("P14", "P14/threads", "a node of 2000 at once through one thread, one row",
+        "a thread for each", "ns", "ratio", None, None),
 ]
 
 # What Google Benchmark appends to names.
