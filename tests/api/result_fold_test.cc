@@ -58,6 +58,14 @@ TEST(AddAcks, WillAnswerCountsTheElementAndEveryEntity) {
   EXPECT_EQ(c.result()->answers_received, 0);
 }
 
+TEST(AddAcks, IsSilentAboveDebug) {
+  Collection c({8});
+  const EventPtr event = Decoded(ReplyWith({Aggregate(42, "lamp", {Entry(5)})}, -1));
+  const LogCapture log(kInfo);
+  add_acks(event.get(), c.result());
+  EXPECT_EQ(log.lines(), Lines{});
+}
+
 TEST(AddAcks, WontAnswerLeavesThePendingCountAlone) {
   Collection c({8});
   const EventPtr event = Decoded(ReplyWith({Aggregate(42, "lamp", {Entry(5), Entry(0)})}, -2));

@@ -376,6 +376,22 @@ TEST(EventDecode, AWrongDigestIsOnlyLogged) {
       log.HasMatch(kWarn, "^vtn_validateMessageHeader: HMAC_SHA1 header mismatch -?[1-9][0-9]*$"));
 }
 
+TEST(EventDecode, OfAForgedMessageLogsTheDifferenceOfTheFirstBytesThatDiffer) {
+  const Bytes whole = WithUsage().Signed(kKey);
+  for (const std::size_t at : {std::size_t{12}, std::size_t{20}, std::size_t{31}}) {
+    for (const int added : {1, 7, 0x80}) {
+      Bytes bytes = whole;
+      bytes[at] = static_cast<std::uint8_t>(bytes[at] + added);
+      bytes[31] = static_cast<std::uint8_t>(bytes[31] + (at == 31 ? 0 : 3));
+      const LogCapture log(kWarn);
+      EXPECT_EQ(Unpack(Wrap(bytes)), 0);
+      ASSERT_EQ(log.lines().size(), 1u);
+      EXPECT_EQ(log.lines()[0].text, "vtn_validateMessageHeader: HMAC_SHA1 header mismatch " +
+                                         std::to_string(whole[at] - bytes[at]));
+    }
+  }
+}
+
 TEST(EventDecode, AnotherKeyIsOnlyLogged) {
   const EventPtr ev = Wrap(WithUsage().Signed(Text("other")));
   const LogCapture log(kWarn);
