@@ -71,7 +71,8 @@ std::int32_t ErrorCode(const ReplyCollection& c) {
   }
 }
 
-bool IsForLater(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+static_assert(EAGAIN == EWOULDBLOCK);
+bool IsForLater(int error) { return error == EAGAIN; }
 
 void EndUnconnected(ReplyCollection& c, int error) {
   End(c, error == ECONNREFUSED ? VT_COLLECTION_REFUSED : VT_COLLECTION_UNREACHABLE, error);

@@ -15,7 +15,6 @@ namespace vt::api {
 class DeadlineHeap {
  public:
   [[nodiscard]] bool empty() const { return size_ == 0; }
-  [[nodiscard]] std::size_t size() const { return size_; }
   [[nodiscard]] ReplyCollection& first() const { return *members_[0]; }
   [[nodiscard]] ReplyCollection& last() const { return *members_[size_ - 1]; }
 

@@ -144,7 +144,7 @@ bool Deliver(CollectionFleet& fleet, fleet_callback callback, void* context) {
   bool goes_on = true;
   void* tag = nullptr;
   while (ReplyCollection* c = voltaris_takeEnded(&fleet, &tag)) {
-    goes_on = callback(context, c, tag, &fleet.counters) == 0 && goes_on;
+    if (callback(context, c, tag, &fleet.counters) != 0) goes_on = false;
     voltaris_releaseCollection(c);
   }
   return goes_on;
@@ -230,10 +230,10 @@ ReplyCollection* voltaris_takeEnded(CollectionFleet* fleet, void** tag) {
 std::int32_t voltaris_runFleet(CollectionFleet* fleet, fleet_callback callback, void* context) {
   bool goes_on = true;
   for (;;) {
-    if (callback != nullptr) goes_on = Deliver(*fleet, callback, context) && goes_on;
+    if (callback != nullptr && !Deliver(*fleet, callback, context)) goes_on = false;
     if (!goes_on) voltaris_cancelFleet(fleet);
     if (IsAtWork(*fleet)) {
-      goes_on = Poll(*fleet, voltaris_getFleetTimeout(fleet)) && goes_on;
+      if (!Poll(*fleet, voltaris_getFleetTimeout(fleet))) goes_on = false;
     } else if (callback == nullptr || fleet->ended.empty()) {
       return goes_on ? 0 : -1;
     }

@@ -18,15 +18,17 @@ int AddDefaultTimeout(Event* event) {
                            &kDefaultTimeoutSeconds, 0);
 }
 
-bool Fail(const char* function, int error) {
+void LogFailure(const char* function, int error) {
   VT_LOG_AS(kError, function, "create pdu failed, err=%d", error);
-  return false;
 }
 
 }  // namespace
 
 bool MakeMessage(Session& session, Query& query, const char* function) {
-  if (query.event == nullptr) return Fail(function, 1);  // executed before
+  if (query.event == nullptr) {  // executed before
+    LogFailure(function, 1);
+    return false;
+  }
   // Without memory for a time-out the nodes take their own.
   if (cv_get_timeout_val_from_query(query.event) == 0) (void)AddDefaultTimeout(query.event);
   const std::uint32_t sequence_number = getNextSequenceNumber(&session);
@@ -34,7 +36,8 @@ bool MakeMessage(Session& session, Query& query, const char* function) {
                                    static_cast<std::uint32_t>(query.class_),
                                    static_cast<std::uint32_t>(query.action), session.identity,
                                    sequence_number, &session.key, kComm);
-  return failed == 0 || Fail(function, failed);
+  if (failed != 0) LogFailure(function, failed);
+  return failed == 0;
 }
 
 }  // namespace vt::api

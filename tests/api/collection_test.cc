@@ -305,6 +305,22 @@ TEST(Collection, ReadsOnAfterAnInterruption) {
   EXPECT_EQ(stepped.counters().accepted, 1u);
 }
 
+TEST(Collection, OutcomesHaveWords) {
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_PENDING), "pending");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_COMPLETE), "complete");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_REFUSED), "connection refused");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_UNREACHABLE), "unreachable");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_CONNECT_TIMEOUT), "no connection in time");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_SEND_ERROR), "query not sent");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_IDLE), "no message in time");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_DEADLINE), "not complete in time");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_READ_ERROR), "read error");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_OVER_SIZE), "message too long");
+  EXPECT_STREQ(voltaris_nameOutcome(VT_COLLECTION_CANCELLED), "cancelled");
+  EXPECT_EQ(voltaris_nameOutcome(VT_COLLECTION_CANCELLED + 1), nullptr);
+  EXPECT_EQ(voltaris_nameOutcome(-1), nullptr);
+}
+
 TEST(Collection, ManyOnOneSessionEndEachWithItsOwnResult) {
   constexpr std::size_t kMany = 40;
   std::uint8_t number = 0;

@@ -344,7 +344,7 @@ TEST(Fleet, CancelsTheRestWhenTheCallbackWantsNoMore) {
   Outcomes outcomes;
   const auto cancel = [&](ReplyCollection* c, void*, const FleetCounters&) {
     outcomes.insert(voltaris_getCollectionOutcome(c));
-    return 1;
+    return outcomes.size() == 1 ? 1 : 0;  // said once is enough
   };
   EXPECT_EQ(RunAndTell(ships.fleet.get(), cancel), -1);
   EXPECT_EQ(outcomes, (Outcomes{VT_COLLECTION_REFUSED, VT_COLLECTION_CANCELLED,
@@ -387,9 +387,10 @@ TEST(Fleet, ThatWaitsForADescriptorStartsTheNextWhenOneHasEnded) {
   constexpr int kNodes = 6;
   ScriptedPeer peer(Answering(), kNodes);
   int open = 0;
+  int refused = 0;
   const SocketHook no_more_than_two([&](int, int, int) -> std::optional<int> {
     if (open < 2) return ++open, std::nullopt;
-    errno = open % 2 == 0 ? EMFILE : ENFILE;
+    errno = ++refused % 2 == 0 ? EMFILE : ENFILE;
     return -1;
   });
   const CloseHook counts([&](int) { return --open, std::optional<int>(); });
@@ -452,6 +453,26 @@ TEST(Fleet, WhatCannotBeWatchedAnewEnds) {
   EXPECT_EQ(voltaris_runFleet(ships.fleet.get(), nullptr, nullptr), 0);
   EXPECT_EQ(voltaris_getCollectionOutcome(c), VT_COLLECTION_READ_ERROR);
   EXPECT_EQ(voltaris_getCollectionErrno(c), ENOMEM);
+}
+
+TEST(Fleet, AsksWhereAnEventDoesNotTellOfTheConnection) {
+  ScriptedPeer peer(Answering());
+  const EpollWaitHook hook([](int epoll, epoll_event* events, int count, int timeout) {
+    const HookPause pause;
+    const int ready = epoll_wait(epoll, events, count, timeout);
+    for (int i = 0; i < ready; ++i) events[i].events &= ~std::uint32_t{EPOLLOUT};
+    return std::optional<int>(ready);
+  });
+  std::size_t connects = 0;
+  const ConnectHook count([&](int, const sockaddr*, socklen_t) {
+    ++connects;
+    return std::optional<int>();
+  });
+  Ships ships;
+  ships.Add(peer.port());
+  EXPECT_EQ(voltaris_runFleet(ships.fleet.get(), nullptr, nullptr), 0);
+  EXPECT_EQ(TakeAll(ships.fleet.get()), Outcomes{VT_COLLECTION_COMPLETE});
+  EXPECT_EQ(connects, 2U);
 }
 
 TEST(Fleet, GoesOnAfterAnInterruptedWait) {

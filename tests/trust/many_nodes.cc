@@ -234,7 +234,6 @@ void AskTheSilent(const Options& options) {
               cpu);
   Expect(wakes <= kMostWakes, "wake-ups without a reason");
   Expect(cpu <= kMostIdleMs, "processor time without a reason");
-  Tallies tallies;
   voltaris_cancelFleet(asked.fleet.get());
   std::size_t cancelled = 0;
   while (const CollectionPtr c{voltaris_takeEnded(asked.fleet.get(), nullptr)}) {
