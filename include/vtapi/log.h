@@ -5,10 +5,10 @@
  * The text of every line begins with the name of the function that reports, a colon and a blank: an
  * exported one, or enqueue_inline, requeue_inline, dequeue_inline and unqueue_inline, which do the
  * work of the queue.
- * The settings are process-wide. Each is read and written whole, in any thread; changes may overtake
- * each other, so set them up before the library is used from several threads. Lines of several
- * threads do not mix in a stream; a callback is called in the thread that reports, and has to expect
- * several at a time. Emitting a message leaves errno as it was.
+ * The settings are process-wide. Each is read and written whole, in any thread; changes may
+ * overtake each other, so set them up before the library is used from several threads. Lines of
+ * several threads do not mix in a stream; a callback is called in the thread that reports, and has
+ * to expect several at a time. Emitting a message leaves errno as it was.
  */
 #ifndef VTAPI_LOG_H
 #define VTAPI_LOG_H
