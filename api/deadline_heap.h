@@ -22,7 +22,7 @@ class DeadlineHeap {
   [[nodiscard]] bool Reserve(std::size_t count) {
     if (count <= capacity_) return true;
     const std::size_t capacity = count + count / 2;
-    void* members = std::realloc(members_, capacity * sizeof *members_);
+    void* members = std::realloc(members_, capacity * sizeof(ReplyCollection*));
     if (members == nullptr) return false;
     members_ = static_cast<ReplyCollection**>(members);
     capacity_ = capacity;
