@@ -1,9 +1,10 @@
 // Both ends of the transfer of a table of 10000 rows as programs of their own, so that it can be
 // held against another program:
 //   table_probe serve            prints its port and serves for ever
-//   table_probe ask PORT WHICH   asks for a table (1: in full replies, 2: one row a reply, 3: a
-//   table
-//                                of one row) and prints its values, one a line
+//   table_probe ask PORT WHICH   asks for a table and prints its values, one a line; 1: in full
+//                                replies, 2: one row a reply, 3: a table of one row
+#include <poll.h>
+
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -45,6 +46,8 @@ Bytes Joined(const std::vector<Bytes>& replies) {
 }
 
 // Printer writes lines to the standard output, many at once.
+using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
+
 class Printer {
  public:
   ~Printer() { Flush(); }
@@ -89,17 +92,25 @@ void Ask(std::uint32_t port, std::uint32_t table) {
                                                   static_cast<std::int32_t>(Key().size())));
   Require(session != nullptr, "no session");
   const QueryPtr query = CollectQuery(shape, table);
-  Require(voltaris_execQuery(session.get(), query.get()) == 0, "a query was not sent");
-  ResultSet* const result = voltaris_queryResults(session.get(), query.get());
-  Require(result != nullptr && voltaris_getErrorCode(result) == 0, "a query failed");
+  const CollectionPtr collection(voltaris_startCollection(session.get(), query.get(), nullptr));
+  Require(collection != nullptr, "a query was not sent");
+  ReplyCollection* const c = collection.get();
+  while (voltaris_stepCollection(c) == VT_COLLECTION_PENDING) {
+    pollfd watched{voltaris_getCollectionDescriptor(c), voltaris_getCollectionEvents(c), 0};
+    (void)poll(&watched, 1, voltaris_getCollectionTimeout(c));
+  }
+  ResultSet* const result = voltaris_takeCollectionResult(c);
+  Require(voltaris_getErrorCode(result) == 0, "a query failed");
   Printer printer;
   std::size_t rows = 0;
-  for (; ResultRow* const row = voltaris_getNextRow(result); ++rows) {
+  ResultCursor cursor;
+  voltaris_startCursor(&cursor, result);
+  for (; voltaris_advanceCursor(&cursor) != 0; ++rows) {
     for (const Column& column : shape) {
       std::uint32_t length = 0;
-      const void* const value = voltaris_getAttributeFromRowByType(row, column.attribute, &length);
+      const void* const value = voltaris_readValue(&cursor, column.attribute, 0, &length);
       Require(value != nullptr, "a value is missing");
-      printer.Print(row->entity_index, value, column);
+      printer.Print(cursor.identity.entity_index, value, column);
     }
   }
   Require(rows == (table == kOneRow ? 1 : kTableRows), "rows are missing");
