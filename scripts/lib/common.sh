@@ -69,7 +69,7 @@ quietly() {
 
 # source_files lists the C and C++ sources of the tree, relative to its top.
 source_files() {
-  git -C "${root:?}" ls-files --cached --others --exclude-standard -- '*.h' '*.c' '*.cc' 2>/dev/null |
+  git -C "${root:?}" ls-files --cached --others --exclude-standard -- '*.h' '*.hpp' '*.c' '*.cc' 2>/dev/null |
     sort -u | while read -r file; do
     if [[ -f ${root:?}/$file ]]; then
       printf '%s\n' "$file"
