@@ -68,6 +68,15 @@ struct Encoded {
   friend bool operator==(const Encoded&, const Encoded&) = default;
 };
 
+// Faulty says what is wrong with a value.
+#if defined(__GNUC__)
+[[gnu::noinline, gnu::cold]]
+#endif
+inline Encoded
+Faulty(std::string_view fault) {
+  return {{}, std::string(fault)};
+}
+
 inline bool HasZero(std::string_view text) { return text.find('\0') != std::string_view::npos; }
 
 // JoinKeywords makes a text with commas in between; an item that would not come out of it again is
@@ -76,7 +85,7 @@ inline Encoded JoinKeywords(const std::vector<std::string>& items) {
   Encoded joined;
   for (const std::string& item : items) {
     if (item.empty() || HasZero(item) || item.find(',') != std::string::npos) {
-      return {{}, "a keyword must not be empty, nor hold a comma or a zero byte"};
+      return detail::Faulty("a keyword must not be empty, nor hold a comma or a zero byte");
     }
     if (!joined.bytes.empty()) joined.bytes += ',';
     joined.bytes += item;
@@ -147,7 +156,11 @@ struct Text {
     return all.substr(0, all.find('\0'));
   }
   static Encoded Encode(set_type value) {
-    if (detail::HasZero(value)) return {{}, "a text must not hold a zero byte"};
+    // The library holds the length, with a zero byte, in eight bits.
+    constexpr std::size_t longest = 254;
+    if (detail::HasZero(value) || value.size() > longest) {
+      return detail::Faulty("a text has at most 254 characters, and no zero byte among them");
+    }
     return {std::string(value), {}};
   }
 };
@@ -173,9 +186,9 @@ struct Keywords {
   static Encoded Encode(const set_type& value) {
     constexpr std::size_t longest = 254;
     Encoded joined = detail::JoinKeywords(value);
-    // The library holds the length, with a zero byte, in eight bits.
     if (joined.bytes.size() > longest) {
-      return {{}, "keywords must have at most 254 characters, commas in between included"};
+      return detail::Faulty(
+          "keywords must have at most 254 characters, commas in between included");
     }
     return joined;
   }
@@ -194,9 +207,8 @@ struct Integer {
   }
   static Encoded Encode(set_type value) {
     if (value < least || value > most) {
-      return {{},
-              "must be from " + std::to_string(least) + " to " + std::to_string(most) + ", not " +
-                  std::to_string(value)};
+      return detail::Faulty("must be from " + std::to_string(least) + " to " +
+                            std::to_string(most) + ", not " + std::to_string(value));
     }
     return {detail::BytesOf(static_cast<Wire>(value)), {}};
   }
@@ -335,7 +347,7 @@ struct RecurrenceRecord {
     constexpr std::size_t longest =
         245;  // the library holds the length of the record in eight bits
     if (detail::HasZero(value.text) || value.text.size() > longest) {
-      return {{}, "the text must not hold a zero byte, and have at most 245 characters"};
+      return detail::Faulty("the text must not hold a zero byte, and have at most 245 characters");
     }
     return {Flatten(value), {}};
   }

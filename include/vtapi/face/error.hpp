@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 
@@ -57,6 +58,15 @@ class Exception : public std::runtime_error {
 #endif
 
 namespace detail {
+
+// MakeError is where errors are made. It stays a call of its own, off the course that succeeds.
+#if defined(__GNUC__)
+[[gnu::noinline, gnu::cold]]
+#endif
+inline Error
+MakeError(Cause cause, std::string_view text, int number = 0) {
+  return {cause, std::string(text), number};
+}
 
 // Raise throws, or ends the process where there are no exceptions.
 [[noreturn]] inline void Raise(const Error& error) {

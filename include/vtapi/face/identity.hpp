@@ -36,8 +36,9 @@ class Identity {
   // from_text takes all 36 characters, or the first 32, which four zeros then follow.
   static Expected<Identity> from_text(std::string_view text) {
     if (text.size() != kSize && text.size() != VT_IDENTITY_SIZE) {
-      return Error{Cause::kBadIdentity, "an identity has 36 characters (or their first 32), not " +
-                                            std::to_string(text.size())};
+      return detail::MakeError(
+          Cause::kBadIdentity,
+          "an identity has 36 characters (or their first 32), not " + std::to_string(text.size()));
     }
     Identity made;
     made.characters_.fill('0');
@@ -67,9 +68,10 @@ struct DeviceId {
       return made;
     }
     if (text.size() == 2 * made.bytes.size() && made.ReadDigits(text)) return made;
-    return Error{Cause::kBadIdentity,
-                 "a device's identity has 32 characters (or 64 hexadecimal digits), and '" +
-                     std::string(text) + "' has " + std::to_string(text.size())};
+    return detail::MakeError(
+        Cause::kBadIdentity,
+        "a device's identity has 32 characters (or 64 hexadecimal digits), and '" +
+            std::string(text) + "' has " + std::to_string(text.size()));
   }
 
   // text is the 32 characters where all can be printed, else 64 hexadecimal digits.

@@ -95,7 +95,7 @@ class Key {
     if (file.fd() < 0) return Unreadable(path);
     if (std::string fault = FaultOf(file.fd(), path); !fault.empty()) {
       if (policy == KeyFilePolicy::kRefuse) {
-        return Error{Cause::kKeyPermissions, std::move(fault)};
+        return detail::MakeError(Cause::kKeyPermissions, fault);
       }
       if (warning != nullptr) *warning = std::move(fault);
     }
@@ -104,9 +104,10 @@ class Key {
     if (size < 0) return Unreadable(path);
     Key key;
     if (!key.Parse({buffer.bytes.data(), static_cast<std::size_t>(size)})) {
-      return Error{Cause::kKeyContent,
-                   "the key file " + path +
-                       " must hold 20 raw bytes or 40 hexadecimal digits, and nothing else"};
+      return detail::MakeError(
+          Cause::kKeyContent,
+          "the key file " + path +
+              " must hold 20 raw bytes or 40 hexadecimal digits, and nothing else");
     }
     return Expected<Key>(std::move(key));
   }
@@ -150,8 +151,8 @@ class Key {
 
   static Error Unreadable(const std::string& path) {
     const int number = errno;
-    return {Cause::kKeyFile, "cannot read the key file " + path + ": " + std::strerror(number),
-            number};
+    return detail::MakeError(
+        Cause::kKeyFile, "cannot read the key file " + path + ": " + std::strerror(number), number);
   }
 
   // FaultOf says what is wrong with the owner or the mode, or nothing.
@@ -175,6 +176,7 @@ class Key {
   }
 
   bool Parse(std::string_view content) {
+    if (content.size() == kReadLimit) return false;
     present_ = content.size() == kSize ? TakeRaw(content) : TakeDigits(content);
     return present_;
   }

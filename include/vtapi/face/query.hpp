@@ -226,11 +226,12 @@ inline Expected<Query> QueryDescription::build() const {
 // Check finds what can be found without a query.
 inline QueryDescription::Fault QueryDescription::Check() const {
   if (detail::HasZero(domain_)) {
-    return Error{Cause::kBadDomain, "the domain must not hold a zero byte"};
+    return detail::MakeError(Cause::kBadDomain, "the domain must not hold a zero byte");
   }
   if (timeout_.count() < 1 || timeout_.count() > kLongestTimeout) {
-    return Error{Cause::kBadTimeout, "the time-out must be from 1 to 180 seconds, not " +
-                                         std::to_string(timeout_.count())};
+    return detail::MakeError(
+        Cause::kBadTimeout,
+        "the time-out must be from 1 to 180 seconds, not " + std::to_string(timeout_.count()));
   }
   if (Fault fault = CheckColumns()) return fault;
   return CheckQualifiers();
@@ -240,21 +241,21 @@ inline QueryDescription::Fault QueryDescription::CheckColumns() const {
   for (const Assignment& assignment : assignments_) {
     const std::string word(word_of(assignment.number));
     if (kind_ != QueryKind::kSet) {
-      return Error{Cause::kBadAttribute, word + " can be set by a set query only"};
+      return detail::MakeError(Cause::kBadAttribute, word + " can be set by a set query only");
     }
     if (!assignment.value.fault.empty()) {
-      return Error{Cause::kBadValue, word + ": " + assignment.value.fault};
+      return detail::MakeError(Cause::kBadValue, word + ": " + assignment.value.fault);
     }
   }
   for (const std::int32_t number : gets_) {
     const std::string word(word_of(number));
     if (kind_ == QueryKind::kSum && !detail::IsSummable(number)) {
-      return Error{Cause::kBadAttribute,
-                   "a sum can be had of usage and of delta-vector, not of " + word};
+      return detail::MakeError(Cause::kBadAttribute,
+                               "a sum can be had of usage and of delta-vector, not of " + word);
     }
     if (kind_ == QueryKind::kSet && detail::IsControl(number)) {
-      return Error{Cause::kBadAttribute,
-                   "a set query that asks for " + word + " would set it to 0"};
+      return detail::MakeError(Cause::kBadAttribute,
+                               "a set query that asks for " + word + " would set it to 0");
     }
   }
   return std::nullopt;
@@ -264,12 +265,12 @@ inline QueryDescription::Fault QueryDescription::CheckQualifiers() const {
   for (const auto& [word, patterns] : {std::pair{"role", &roles_}, std::pair{"name", &names_}}) {
     for (const std::string& pattern : *patterns) {
       if (!detail::HasZero(pattern)) continue;
-      return Error{Cause::kBadQualifier,
-                   std::string("the qualifier ") + word + " must not hold a zero byte"};
+      return detail::MakeError(Cause::kBadQualifier,
+                               std::string("the qualifier ") + word + " must not hold a zero byte");
     }
   }
   if (const std::string fault = detail::JoinKeywords(keywords_).fault; !fault.empty()) {
-    return Error{Cause::kBadQualifier, "the qualifier keywords: " + fault};
+    return detail::MakeError(Cause::kBadQualifier, "the qualifier keywords: " + fault);
   }
   return std::nullopt;
 }
@@ -287,18 +288,19 @@ inline ::Query* QueryDescription::Create() const {
 }
 
 // Fits is the library's own estimate, for what the library does not hold against it: the domain,
-// texts to set, and elements that are added directly.
+// and elements that are added directly.
 inline bool QueryDescription::Fits(const ::Query& query, std::size_t size) {
   constexpr std::size_t allowance = 180;
   return vt_get_total_tlvs_data_size(query.event) + allowance + size <= VT_MAX_PDU_SIZE;
 }
 
 inline Error QueryDescription::TooLong(const std::string& what) {
-  return {Cause::kTooLong, what + " could not be added: a query must fit into 1400 bytes"};
+  return detail::MakeError(Cause::kTooLong,
+                           what + " could not be added: a query must fit into 1400 bytes");
 }
 
 inline Error QueryDescription::NoMemory(const std::string& what) {
-  return {Cause::kNoMemory, what + " could not be made: out of memory", ENOMEM};
+  return detail::MakeError(Cause::kNoMemory, what + " could not be made: out of memory", ENOMEM);
 }
 
 inline QueryDescription::Fault QueryDescription::Fill(::Query& query) const {
@@ -362,7 +364,7 @@ inline QueryDescription::Fault QueryDescription::AddAssignment(::Query& query,
   std::string text;
   if (assignment.number == VT_ATTRIBUTE_RECURRENCE) {
     const auto parts = kind::RecurrenceRecord::DecodeFlat(bytes);
-    if (!parts) return Error{Cause::kBadValue, what};
+    if (!parts) return detail::MakeError(Cause::kBadValue, what);
     text = parts->text;
     const ::recurrence record = {text.data(), parts->byte1, parts->byte2, parts->flag};
     static_assert(sizeof record <= sizeof aligned);
@@ -373,7 +375,6 @@ inline QueryDescription::Fault QueryDescription::AddAssignment(::Query& query,
     std::memcpy(aligned.data(), bytes.data(), std::min(bytes.size(), aligned.size()));
     value = aligned.data();
   }
-  if (!Fits(query, VT_TLV_HEADER_SIZE + bytes.size() + 1)) return TooLong(what);
   if (detail::Succeeds(
           [&] { return voltaris_addSetAttribute(&query, assignment.number, value); })) {
     return std::nullopt;

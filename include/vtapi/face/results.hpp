@@ -2,6 +2,7 @@
 #ifndef VTAPI_FACE_RESULTS_HPP
 #define VTAPI_FACE_RESULTS_HPP
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -75,11 +76,11 @@ class Results {
   std::optional<Error> failure() const {
     if (complete()) return std::nullopt;
     if (outcome_ == Outcome::kComplete) {
-      return Error{Cause::kNoMemory, "out of memory for a part of the answer", ENOMEM};
+      return detail::MakeError(Cause::kNoMemory, "out of memory for a part of the answer", ENOMEM);
     }
     std::string text(text_of(outcome_));
-    if (number_ != 0) text += std::string(" (") + std::strerror(number_) + ")";
-    return Error{Cause::kIncomplete, std::move(text), number_};
+    if (NeedsNumber()) text += std::string(": ") + std::strerror(number_);
+    return detail::MakeError(Cause::kIncomplete, text, number_);
   }
 
   const CollectionCounters& counters() const { return counters_; }
@@ -121,6 +122,12 @@ class Results {
         outcome_(outcome),
         number_(number),
         counters_(counters) {}
+
+  // NeedsNumber tells the outcomes that say little without their errno.
+  bool NeedsNumber() const {
+    return number_ != 0 && (outcome_ == Outcome::kUnreachable || outcome_ == Outcome::kSendError ||
+                            outcome_ == Outcome::kReadError);
+  }
 
   static std::span<const AckEntry> Entries(const AckEntry* entries, std::int32_t count) {
     if (entries == nullptr) return {};

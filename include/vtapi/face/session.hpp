@@ -34,7 +34,7 @@ class Session {
   }
   static Expected<Session> open(const std::string& host, std::uint16_t port, const Identity& who,
                                 const Key& key) {
-    if (!key.present()) return Error{Cause::kUsed, "the key was moved away"};
+    if (!key.present()) return detail::MakeError(Cause::kUsed, "the key was moved away");
     return Open(host, port, who, key.secret_bytes().data());
   }
   static Expected<Session> open(const std::string& host, std::uint16_t port, const Key& key) {
@@ -52,7 +52,8 @@ class Session {
     if (Error error; !CanStart(query, error)) return error;
     const CollectionOptions options = detail::OptionsOf(deadlines);
     ReplyCollection* started = voltaris_startCollection(get(), query.get(), &options);
-    if (started == nullptr) return Error{Cause::kNoMemory, "out of memory for a collection"};
+    if (started == nullptr)
+      return detail::MakeError(Cause::kNoMemory, "out of memory for a collection");
     return Collection(std::move(query), started);
   }
 
@@ -101,21 +102,22 @@ class Session {
     const bool is_dotted =
         host.find('\0') == std::string::npos && inet_pton(AF_INET, host.c_str(), &parsed) == 1;
     if (!is_dotted || parsed.s_addr == INADDR_NONE || port == 0) {
-      return Error{Cause::kBadAddress,
-                   "a node has an IPv4 address such as 192.0.2.7 and a port from 1 to 65535, not " +
-                       host + ":" + std::to_string(port)};
+      return detail::MakeError(
+          Cause::kBadAddress,
+          "a node has an IPv4 address such as 192.0.2.7 and a port from 1 to 65535, not " + host +
+              ":" + std::to_string(port));
     }
     const auto key_size = static_cast<std::int32_t>(key != nullptr ? Key::kSize : 0);
     ::Session* made = voltaris_createSession(host.c_str(), port, who.text().data(), key, key_size);
-    if (made == nullptr) return Error{Cause::kNoMemory, "out of memory for a session"};
+    if (made == nullptr) return detail::MakeError(Cause::kNoMemory, "out of memory for a session");
     return Session(made);
   }
 
   bool CanStart(const Query& query, Error& error) const {
     if (get() == nullptr) {
-      error = {Cause::kUsed, "the session was moved away"};
+      error = detail::MakeError(Cause::kUsed, "the session was moved away");
     } else if (query.get() == nullptr || query.get()->event == nullptr) {
-      error = {Cause::kUsed, "the query was executed before"};
+      error = detail::MakeError(Cause::kUsed, "the query was executed before");
     } else {
       return true;
     }
