@@ -224,7 +224,8 @@ TEST(FaceQuery, TooLongForOneMessageNamesThePartThatDoesNotFit) {
   ExpectError(nearly_full().where(voltaris::name, much), Cause::kTooLong, "name " + much);
   ExpectError(nearly_full().where(voltaris::keywords, {much, "x"}), Cause::kTooLong,
               "keywords " + much + ",x");
-  ExpectError(nearly_full().where(voltaris::identity, Device()), Cause::kTooLong, "the time-out");
+  ExpectError(nearly_full().where(voltaris::identity, Device()), Cause::kTooLong,
+              "role " + filling);
   ExpectError(collect_query("office").where(voltaris::role, std::string(1180, 'f')),
               Cause::kTooLong, "the time-out");
   ExpectError(nearly_full().set(voltaris::name, much), Cause::kTooLong,
