@@ -234,7 +234,7 @@ TEST(FaceQuery, TooLongForOneMessageNamesThePartThatDoesNotFit) {
   ExpectError(nearly_full().set(voltaris::delta_vector, {}), Cause::kTooLong, "delta-vector");
   ExpectError(nearly_full().get(voltaris::delta_vector), Cause::kTooLong, "delta-vector");
   QueryDescription categories = set_query("office");
-  for (int i = 0; i < 75; ++i) categories.where(voltaris::category, Category::kMeter);
+  for (int i = 0; i < 76; ++i) categories.where(voltaris::category, Category::kMeter);
   ExpectError(categories, Cause::kTooLong, "category");
   QueryDescription devices = set_query("office");
   for (int i = 0; i < 30; ++i) devices.where(voltaris::identity, Device());
