@@ -25,6 +25,7 @@ static_assert(kInitialArraySize == 1028 * sizeof(AckEntry));
 int CompareEntries(const void* a, const void* b) { return std::memcmp(a, b, sizeof(AckEntry)); }
 
 void Sort(AckEntry* entries, std::int32_t count) {
+  if (count == 0) return;  // there may be no array
   std::qsort(entries, static_cast<std::size_t>(count), sizeof(AckEntry), CompareEntries);
 }
 
