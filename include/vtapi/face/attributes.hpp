@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <string>
@@ -21,6 +22,7 @@
 #include <vector>
 
 #include "vtapi/catalogue.h"
+#include "vtapi/face/error.hpp"
 #include "vtapi/face/identity.hpp"
 #include "vtapi/face/values.hpp"
 #include "vtapi/values.h"
@@ -69,12 +71,8 @@ struct Encoded {
 };
 
 // Faulty says what is wrong with a value.
-#if defined(__GNUC__)
-[[gnu::noinline, gnu::cold]]
-#endif
-inline Encoded
-Faulty(std::string_view fault) {
-  return {{}, std::string(fault)};
+VTAPI_FACE_COLD inline Encoded Faulty(std::initializer_list<std::string_view> parts) {
+  return {{}, Join(parts)};
 }
 
 inline bool HasZero(std::string_view text) { return text.find('\0') != std::string_view::npos; }
@@ -85,7 +83,7 @@ inline Encoded JoinKeywords(const std::vector<std::string>& items) {
   Encoded joined;
   for (const std::string& item : items) {
     if (item.empty() || HasZero(item) || item.find(',') != std::string::npos) {
-      return detail::Faulty("a keyword must not be empty, nor hold a comma or a zero byte");
+      return detail::Faulty({"a keyword must not be empty, nor hold a comma or a zero byte"});
     }
     if (!joined.bytes.empty()) joined.bytes += ',';
     joined.bytes += item;
@@ -159,7 +157,7 @@ struct Text {
     // The library holds the length, with a zero byte, in eight bits.
     constexpr std::size_t longest = 254;
     if (detail::HasZero(value) || value.size() > longest) {
-      return detail::Faulty("a text has at most 254 characters, and no zero byte among them");
+      return detail::Faulty({"a text has at most 254 characters, and no zero byte among them"});
     }
     return {std::string(value), {}};
   }
@@ -188,7 +186,7 @@ struct Keywords {
     Encoded joined = detail::JoinKeywords(value);
     if (joined.bytes.size() > longest) {
       return detail::Faulty(
-          "keywords must have at most 254 characters, commas in between included");
+          {"keywords must have at most 254 characters, commas in between included"});
     }
     return joined;
   }
@@ -207,8 +205,8 @@ struct Integer {
   }
   static Encoded Encode(set_type value) {
     if (value < least || value > most) {
-      return detail::Faulty("must be from " + std::to_string(least) + " to " +
-                            std::to_string(most) + ", not " + std::to_string(value));
+      return detail::Faulty({"must be from ", std::to_string(least), " to ", std::to_string(most),
+                             ", not ", std::to_string(value)});
     }
     return {detail::BytesOf(static_cast<Wire>(value)), {}};
   }
@@ -347,7 +345,8 @@ struct RecurrenceRecord {
     constexpr std::size_t longest =
         245;  // the library holds the length of the record in eight bits
     if (detail::HasZero(value.text) || value.text.size() > longest) {
-      return detail::Faulty("the text must not hold a zero byte, and have at most 245 characters");
+      return detail::Faulty(
+          {"the text must not hold a zero byte, and have at most 245 characters"});
     }
     return {Flatten(value), {}};
   }

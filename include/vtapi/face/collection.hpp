@@ -115,7 +115,7 @@ class Collection {
   Expected<Results> take_results() {
     ResultSet* result = IsThere() ? voltaris_takeCollectionResult(get()) : nullptr;
     if (result == nullptr) {
-      return detail::MakeError(Cause::kUsed, "the results of this collection were taken before");
+      return detail::MakeError(Cause::kUsed, {"the results of this collection were taken before"});
     }
     return Results(std::move(query_), result, outcome(), error_number(), counters());
   }

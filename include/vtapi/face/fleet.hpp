@@ -50,8 +50,8 @@ class Fleet {
     if (made != nullptr) return Fleet(made);
     const int number = errno;
     if (number == ENOMEM)
-      return detail::MakeError(Cause::kNoMemory, "out of memory for a fleet", number);
-    return detail::MakeError(Cause::kNoDescriptor, "no descriptor for a fleet", number);
+      return detail::MakeError(Cause::kNoMemory, {"out of memory for a fleet"}, number);
+    return detail::MakeError(Cause::kNoDescriptor, {"no descriptor for a fleet"}, number);
   }
 
   Fleet(Fleet&&) noexcept = default;
@@ -75,7 +75,7 @@ class Fleet {
   }
   Expected<void> add(Session& session, Query query, std::uint64_t tag = 0,
                      const Deadlines& deadlines = {}) {
-    if (fleet_ == nullptr) return detail::MakeError(Cause::kUsed, "the fleet was moved away");
+    if (fleet_ == nullptr) return detail::MakeError(Cause::kUsed, {"the fleet was moved away"});
     if (Error error; !session.CanStart(query, error)) return error;
     const CollectionOptions options = detail::OptionsOf(deadlines);
     const auto member = members_.insert(members_.end(), Member{std::move(query), tag, nullptr, {}});
@@ -84,7 +84,7 @@ class Fleet {
         voltaris_addToFleet(fleet_.get(), session.get(), member->query.get(), &options, &*member);
     if (member->collection != nullptr) return {};
     members_.erase(member);
-    return detail::MakeError(Cause::kNoMemory, "out of memory for a collection");
+    return detail::MakeError(Cause::kNoMemory, {"out of memory for a collection"});
   }
 
   // What to wait for: a descriptor, the same for as long as the fleet exists, to become readable

@@ -38,7 +38,7 @@ class Identity {
     if (text.size() != kSize && text.size() != VT_IDENTITY_SIZE) {
       return detail::MakeError(
           Cause::kBadIdentity,
-          "an identity has 36 characters (or their first 32), not " + std::to_string(text.size()));
+          {"an identity has 36 characters (or their first 32), not ", std::to_string(text.size())});
     }
     Identity made;
     made.characters_.fill('0');
@@ -70,8 +70,8 @@ struct DeviceId {
     if (text.size() == 2 * made.bytes.size() && made.ReadDigits(text)) return made;
     return detail::MakeError(
         Cause::kBadIdentity,
-        "a device's identity has 32 characters (or 64 hexadecimal digits), and '" +
-            std::string(text) + "' has " + std::to_string(text.size()));
+        {"a device's identity has 32 characters (or 64 hexadecimal digits), and '", text, "' has ",
+         std::to_string(text.size())});
   }
 
   // text is the 32 characters where all can be printed, else 64 hexadecimal digits.

@@ -95,7 +95,7 @@ class Key {
     if (file.fd() < 0) return Unreadable(path);
     if (std::string fault = FaultOf(file.fd(), path); !fault.empty()) {
       if (policy == KeyFilePolicy::kRefuse) {
-        return detail::MakeError(Cause::kKeyPermissions, fault);
+        return detail::MakeError(Cause::kKeyPermissions, {fault});
       }
       if (warning != nullptr) *warning = std::move(fault);
     }
@@ -106,8 +106,8 @@ class Key {
     if (!key.Parse({buffer.bytes.data(), static_cast<std::size_t>(size)})) {
       return detail::MakeError(
           Cause::kKeyContent,
-          "the key file " + path +
-              " must hold 20 raw bytes or 40 hexadecimal digits, and nothing else");
+          {"the key file ", path,
+           " must hold 20 raw bytes or 40 hexadecimal digits, and nothing else"});
     }
     return Expected<Key>(std::move(key));
   }
@@ -152,7 +152,7 @@ class Key {
   static Error Unreadable(const std::string& path) {
     const int number = errno;
     return detail::MakeError(
-        Cause::kKeyFile, "cannot read the key file " + path + ": " + std::strerror(number), number);
+        Cause::kKeyFile, {"cannot read the key file ", path, ": ", std::strerror(number)}, number);
   }
 
   // FaultOf says what is wrong with the owner or the mode, or nothing.
@@ -160,10 +160,10 @@ class Key {
     struct stat status {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return {};
     if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-      return "others may open the key file " + path + "; chmod 600 would prevent it";
+      return detail::Join({"others may open the key file ", path, "; chmod 600 would prevent it"});
     }
     if (status.st_uid != geteuid() && status.st_uid != 0) {
-      return "the key file " + path + " belongs to another user, who may change it";
+      return detail::Join({"the key file ", path, " belongs to another user, who may change it"});
     }
     return {};
   }

@@ -226,12 +226,12 @@ inline Expected<Query> QueryDescription::build() const {
 // Check finds what can be found without a query.
 inline QueryDescription::Fault QueryDescription::Check() const {
   if (detail::HasZero(domain_)) {
-    return detail::MakeError(Cause::kBadDomain, "the domain must not hold a zero byte");
+    return detail::MakeError(Cause::kBadDomain, {"the domain must not hold a zero byte"});
   }
   if (timeout_.count() < 1 || timeout_.count() > kLongestTimeout) {
     return detail::MakeError(
         Cause::kBadTimeout,
-        "the time-out must be from 1 to 180 seconds, not " + std::to_string(timeout_.count()));
+        {"the time-out must be from 1 to 180 seconds, not ", std::to_string(timeout_.count())});
   }
   if (Fault fault = CheckColumns()) return fault;
   return CheckQualifiers();
@@ -241,21 +241,21 @@ inline QueryDescription::Fault QueryDescription::CheckColumns() const {
   for (const Assignment& assignment : assignments_) {
     const std::string word(word_of(assignment.number));
     if (kind_ != QueryKind::kSet) {
-      return detail::MakeError(Cause::kBadAttribute, word + " can be set by a set query only");
+      return detail::MakeError(Cause::kBadAttribute, {word, " can be set by a set query only"});
     }
     if (!assignment.value.fault.empty()) {
-      return detail::MakeError(Cause::kBadValue, word + ": " + assignment.value.fault);
+      return detail::MakeError(Cause::kBadValue, {word, ": ", assignment.value.fault});
     }
   }
   for (const std::int32_t number : gets_) {
     const std::string word(word_of(number));
     if (kind_ == QueryKind::kSum && !detail::IsSummable(number)) {
       return detail::MakeError(Cause::kBadAttribute,
-                               "a sum can be had of usage and of delta-vector, not of " + word);
+                               {"a sum can be had of usage and of delta-vector, not of ", word});
     }
     if (kind_ == QueryKind::kSet && detail::IsControl(number)) {
       return detail::MakeError(Cause::kBadAttribute,
-                               "a set query that asks for " + word + " would set it to 0");
+                               {"a set query that asks for ", word, " would set it to 0"});
     }
   }
   return std::nullopt;
@@ -266,11 +266,11 @@ inline QueryDescription::Fault QueryDescription::CheckQualifiers() const {
     for (const std::string& pattern : *patterns) {
       if (!detail::HasZero(pattern)) continue;
       return detail::MakeError(Cause::kBadQualifier,
-                               std::string("the qualifier ") + word + " must not hold a zero byte");
+                               {"the qualifier ", word, " must not hold a zero byte"});
     }
   }
   if (const std::string fault = detail::JoinKeywords(keywords_).fault; !fault.empty()) {
-    return detail::MakeError(Cause::kBadQualifier, "the qualifier keywords: " + fault);
+    return detail::MakeError(Cause::kBadQualifier, {"the qualifier keywords: ", fault});
   }
   return std::nullopt;
 }
@@ -296,11 +296,11 @@ inline bool QueryDescription::Fits(const ::Query& query, std::size_t size) {
 
 inline Error QueryDescription::TooLong(const std::string& what) {
   return detail::MakeError(Cause::kTooLong,
-                           what + " could not be added: a query must fit into 1400 bytes");
+                           {what, " could not be added: a query must fit into 1400 bytes"});
 }
 
 inline Error QueryDescription::NoMemory(const std::string& what) {
-  return detail::MakeError(Cause::kNoMemory, what + " could not be made: out of memory", ENOMEM);
+  return detail::MakeError(Cause::kNoMemory, {what, " could not be made: out of memory"}, ENOMEM);
 }
 
 inline QueryDescription::Fault QueryDescription::Fill(::Query& query) const {
@@ -334,20 +334,20 @@ inline QueryDescription::Fault QueryDescription::AddQualifiers(::Query& query) c
   for (const DeviceId& device : devices_) {
     sender_id wanted{};
     std::memcpy(wanted.id.bytes, device.bytes.data(), sizeof wanted.id.bytes);
-    const std::string what = "the qualifier identity " + device.text();
+    const std::string what = detail::Join({"the qualifier identity ", device.text()});
     if (Fault fault = add(VT_ATTRIBUTE_ID, &wanted, what)) return fault;
   }
   for (const std::string& pattern : roles_) {
-    const std::string what = "the qualifier role " + pattern;
+    const std::string what = detail::Join({"the qualifier role ", pattern});
     if (Fault fault = add(VT_ATTRIBUTE_ROLE, pattern.c_str(), what)) return fault;
   }
   for (const std::string& pattern : names_) {
-    const std::string what = "the qualifier name " + pattern;
+    const std::string what = detail::Join({"the qualifier name ", pattern});
     if (Fault fault = add(VT_ATTRIBUTE_NAME, pattern.c_str(), what)) return fault;
   }
   // In one list, for devices look at the first keywords of a query only.
   if (const std::string list = detail::JoinKeywords(keywords_).bytes; !list.empty()) {
-    const std::string what = "the qualifier keywords " + list;
+    const std::string what = detail::Join({"the qualifier keywords ", list});
     if (Fault fault = add(VT_ATTRIBUTE_KEYWORDS, list.c_str(), what)) return fault;
   }
   const auto seconds = static_cast<std::uint8_t>(timeout_.count());
@@ -364,7 +364,7 @@ inline QueryDescription::Fault QueryDescription::AddAssignment(::Query& query,
   std::string text;
   if (assignment.number == VT_ATTRIBUTE_RECURRENCE) {
     const auto parts = kind::RecurrenceRecord::DecodeFlat(bytes);
-    if (!parts) return detail::MakeError(Cause::kBadValue, what);
+    if (!parts) return detail::MakeError(Cause::kBadValue, {what});
     text = parts->text;
     const ::recurrence record = {text.data(), parts->byte1, parts->byte2, parts->flag};
     static_assert(sizeof record <= sizeof aligned);

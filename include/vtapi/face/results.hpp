@@ -76,11 +76,12 @@ class Results {
   std::optional<Error> failure() const {
     if (complete()) return std::nullopt;
     if (outcome_ == Outcome::kComplete) {
-      return detail::MakeError(Cause::kNoMemory, "out of memory for a part of the answer", ENOMEM);
+      return detail::MakeError(Cause::kNoMemory, {"out of memory for a part of the answer"},
+                               ENOMEM);
     }
     std::string text(text_of(outcome_));
-    if (NeedsNumber()) text += std::string(": ") + std::strerror(number_);
-    return detail::MakeError(Cause::kIncomplete, text, number_);
+    if (NeedsNumber()) text = detail::Join({text, ": ", std::strerror(number_)});
+    return detail::MakeError(Cause::kIncomplete, {text}, number_);
   }
 
   const CollectionCounters& counters() const { return counters_; }

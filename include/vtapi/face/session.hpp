@@ -34,7 +34,7 @@ class Session {
   }
   static Expected<Session> open(const std::string& host, std::uint16_t port, const Identity& who,
                                 const Key& key) {
-    if (!key.present()) return detail::MakeError(Cause::kUsed, "the key was moved away");
+    if (!key.present()) return detail::MakeError(Cause::kUsed, {"the key was moved away"});
     return Open(host, port, who, key.secret_bytes().data());
   }
   static Expected<Session> open(const std::string& host, std::uint16_t port, const Key& key) {
@@ -53,7 +53,7 @@ class Session {
     const CollectionOptions options = detail::OptionsOf(deadlines);
     ReplyCollection* started = voltaris_startCollection(get(), query.get(), &options);
     if (started == nullptr)
-      return detail::MakeError(Cause::kNoMemory, "out of memory for a collection");
+      return detail::MakeError(Cause::kNoMemory, {"out of memory for a collection"});
     return Collection(std::move(query), started);
   }
 
@@ -104,20 +104,22 @@ class Session {
     if (!is_dotted || parsed.s_addr == INADDR_NONE || port == 0) {
       return detail::MakeError(
           Cause::kBadAddress,
-          "a node has an IPv4 address such as 192.0.2.7 and a port from 1 to 65535, not " + host +
-              ":" + std::to_string(port));
+          {"a node has an IPv4 address such as 192.0.2.7 and a port from 1 to 65535, not ", host,
+           ":", std::to_string(port)});
     }
     const auto key_size = static_cast<std::int32_t>(key != nullptr ? Key::kSize : 0);
     ::Session* made = voltaris_createSession(host.c_str(), port, who.text().data(), key, key_size);
-    if (made == nullptr) return detail::MakeError(Cause::kNoMemory, "out of memory for a session");
+    if (made == nullptr) {
+      return detail::MakeError(Cause::kNoMemory, {"out of memory for a session"});
+    }
     return Session(made);
   }
 
   bool CanStart(const Query& query, Error& error) const {
     if (get() == nullptr) {
-      error = detail::MakeError(Cause::kUsed, "the session was moved away");
+      error = detail::MakeError(Cause::kUsed, {"the session was moved away"});
     } else if (query.get() == nullptr || query.get()->event == nullptr) {
-      error = detail::MakeError(Cause::kUsed, "the query was executed before");
+      error = detail::MakeError(Cause::kUsed, {"the query was executed before"});
     } else {
       return true;
     }
