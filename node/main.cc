@@ -8,7 +8,7 @@
 #include <iostream>
 #include <system_error>
 
-#include "vtapi.h"
+#include "vtapi.hpp"
 
 #include "node/fleet.h"
 #include "node/log.h"
@@ -34,9 +34,13 @@ Descriptor StopSignals() {
   return Descriptor(fd);
 }
 
-std::optional<tools::Key> ReadKey(const Options& options) {
-  if (options.key_file) return tools::ReadKeyFile(*options.key_file);
-  return std::nullopt;
+std::optional<voltaris::Key> ReadKey(const Options& options) {
+  if (!options.key_file) return std::nullopt;
+  std::string warning;
+  auto key = voltaris::Key::from_file(*options.key_file, voltaris::KeyFilePolicy::kWarn, &warning);
+  if (!key) throw UsageError(key.error().text);
+  if (!warning.empty()) std::cerr << "warning: " << warning << std::endl;
+  return *std::move(key);
 }
 
 ExitCode Run(int argc, const char* const* argv) {
@@ -45,7 +49,7 @@ ExitCode Run(int argc, const char* const* argv) {
   // A reader of standard output that goes away must not end the node.
   (void)signal(SIGPIPE, SIG_IGN);
   StartLog(options->log_level);
-  const std::optional<tools::Key> key = ReadKey(*options);
+  std::optional<voltaris::Key> key = ReadKey(*options);
   const Descriptor stop = StopSignals();
   // The fleet is read first: a faulty one must not open the port.
   Fleet fleet = LoadFleet(options->config);
@@ -53,7 +57,7 @@ ExitCode Run(int argc, const char* const* argv) {
   const sockaddr_in address = server.address();
   fleet.node.address = address;
 
-  Responder responder(std::move(fleet), key);
+  Responder responder(std::move(fleet), std::move(key));
   std::cout << "listening on " << EndpointText(address) << std::endl;
   server.Run(
       stop.get(),
@@ -78,8 +82,6 @@ int main(int argc, char** argv) {
   } catch (const vt::node::UsageError& error) {
     return Complain(vt::node::kExitUsage, error);
   } catch (const vt::node::FleetError& error) {
-    return Complain(vt::node::kExitUsage, error);
-  } catch (const vt::tools::KeyFileError& error) {
     return Complain(vt::node::kExitUsage, error);
   } catch (const std::exception& error) {
     return Complain(vt::node::kExitCannotServe, error);

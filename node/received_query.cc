@@ -12,10 +12,10 @@ constexpr std::size_t kDigestOffset = 12;
 constexpr std::size_t kSignedOffset = 32;
 constexpr std::size_t kSenderOffset = 36;
 
-hmac_context KeyFor(Message message, const std::optional<tools::Key>& key) {
+hmac_context KeyFor(Message message, const std::optional<voltaris::Key>& key) {
   hmac_context context{};
   if (key) {
-    hmac_shainit(&context, key->data(), tools::kKeySize);
+    hmac_shainit(&context, key->secret_bytes().data(), voltaris::Key::kSize);
   } else {
     hmac_shainit(&context, message.data() + kSenderOffset, VT_IDENTITY_SIZE);
   }
@@ -49,7 +49,7 @@ void CheckShape(Message message) {
 
 }  // namespace
 
-ReceivedQuery::ReceivedQuery(Message message, const std::optional<tools::Key>& key) {
+ReceivedQuery::ReceivedQuery(Message message, const std::optional<voltaris::Key>& key) {
   CheckShape(message);
   key_ = KeyFor(message, key);
   // Decoding only logs a digest that does not match, so the verdict is reached here, and first.

@@ -11,9 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "vtapi.h"
-
-#include "tools/key_file.h"
+#include "vtapi.hpp"
 
 namespace vt::node {
 
@@ -27,7 +25,7 @@ class ReceivedQuery {
  public:
   // ReceivedQuery checks and decodes one message. Without a key, the key is the identity of the
   // sender, as it is for a client without one. Throws Rejected.
-  ReceivedQuery(std::span<const std::uint8_t> message, const std::optional<tools::Key>& key);
+  ReceivedQuery(std::span<const std::uint8_t> message, const std::optional<voltaris::Key>& key);
 
   // event is for the filters, which do not take a constant one.
   Event* event() const { return event_.get(); }

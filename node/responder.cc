@@ -188,7 +188,7 @@ bool Asks(const ReceivedQuery& query, std::uint32_t type) {
 
 }  // namespace
 
-Responder::Responder(Fleet fleet, std::optional<tools::Key> key)
+Responder::Responder(Fleet fleet, std::optional<voltaris::Key> key)
     : fleet_(std::move(fleet)), key_(std::move(key)) {}
 
 std::vector<Bytes> Responder::Answer(std::span<const std::uint8_t> message) {

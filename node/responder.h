@@ -12,13 +12,12 @@
 #include "node/fleet.h"
 #include "node/received_query.h"
 #include "node/reply_packer.h"
-#include "tools/key_file.h"
 
 namespace vt::node {
 
 class Responder {
  public:
-  Responder(Fleet fleet, std::optional<tools::Key> key);
+  Responder(Fleet fleet, std::optional<voltaris::Key> key);
 
   // Answer returns the messages that answer one message, or throws Rejected. It may be called by
   // several threads; they take turns, so that a set is seen whole or not at all.
@@ -32,7 +31,7 @@ class Responder {
 
   std::mutex mutex_;
   Fleet fleet_;
-  std::optional<tools::Key> key_;
+  std::optional<voltaris::Key> key_;
 };
 
 }  // namespace vt::node

@@ -3,13 +3,14 @@
 #ifndef VT_TOOLS_ANSWER_H_
 #define VT_TOOLS_ANSWER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
-#include "vtapi.h"
+#include "vtapi.hpp"
 
 #include "tools/attributes.h"
 
@@ -40,15 +41,15 @@ struct Row {
 struct Answer {
   std::vector<const Attribute*> columns;
   std::vector<Row> rows;
-  std::int32_t acknowledged = 0;
-  std::int32_t refused = 0;
-  std::int32_t error_code = 0;  // the library's
+  std::size_t acknowledged = 0;
+  std::size_t refused = 0;
+  std::optional<voltaris::Error> failure;  // why it is not complete
   bool timed_out = false;
 };
 
-// ReadAnswer takes the values of all rows of result. Rows that hold nothing and stand for a refusal
+// ReadAnswer takes the values of all rows. Rows that hold nothing and stand for a refusal
 // alone are left out.
-Answer ReadAnswer(ResultSet& result, const std::vector<const Attribute*>& columns);
+Answer ReadAnswer(const voltaris::Results& results, const std::vector<const Attribute*>& columns);
 
 }  // namespace vt::tools
 

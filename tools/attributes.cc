@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "vtapi.h"
+#include "vtapi.hpp"
 
 #include "tools/exit_code.h"
 
@@ -18,39 +18,39 @@ constexpr bool kReadOnly = false;
 // Missing are the identity, which every row shows, and the attributes that are records or describe
 // the query itself (neighbor, time-out, recurrence).
 constexpr std::array kAttributes = {
-    Attribute{"role", VT_ATTRIBUTE_ROLE, ValueKind::kText, kUnsigned, kSettable,
+    Attribute{"role", voltaris::role.number, ValueKind::kText, kUnsigned, kSettable,
               "what the device is for"},
-    Attribute{"domain", VT_ATTRIBUTE_DOMAIN, ValueKind::kText, kUnsigned, kReadOnly,
+    Attribute{"domain", voltaris::domain.number, ValueKind::kText, kUnsigned, kReadOnly,
               "domain of the device"},
-    Attribute{"name", VT_ATTRIBUTE_NAME, ValueKind::kText, kUnsigned, kSettable,
+    Attribute{"name", voltaris::name.number, ValueKind::kText, kUnsigned, kSettable,
               "name of the device"},
-    Attribute{"keywords", VT_ATTRIBUTE_KEYWORDS, ValueKind::kKeywords, kUnsigned, kSettable,
+    Attribute{"keywords", voltaris::keywords.number, ValueKind::kKeywords, kUnsigned, kSettable,
               "keywords, separated by commas"},
-    Attribute{"error", VT_ATTRIBUTE_ERROR_STRING, ValueKind::kText, kUnsigned, kReadOnly,
+    Attribute{"error", voltaris::error_text.number, ValueKind::kText, kUnsigned, kReadOnly,
               "error text of the device"},
-    Attribute{"units", VT_ATTRIBUTE_UNITS, ValueKind::kInteger, kSigned, kReadOnly,
+    Attribute{"units", voltaris::units.number, ValueKind::kInteger, kSigned, kReadOnly,
               "decimal exponent of the watt: -3 milliwatt, 0 watt, 3 kilowatt"},
-    Attribute{"usage", VT_ATTRIBUTE_USAGE, ValueKind::kUsage, kUnsigned, kReadOnly,
+    Attribute{"usage", voltaris::usage.number, ValueKind::kUsage, kUnsigned, kReadOnly,
               "power used now"},
-    Attribute{"level", VT_ATTRIBUTE_LEVEL, ValueKind::kInteger, kUnsigned, kSettable,
+    Attribute{"level", voltaris::level.number, ValueKind::kInteger, kUnsigned, kSettable,
               "power level, 0 (off) to 10 (full)"},
-    Attribute{"importance", VT_ATTRIBUTE_IMPORTANCE, ValueKind::kInteger, kUnsigned, kSettable,
+    Attribute{"importance", voltaris::importance.number, ValueKind::kInteger, kUnsigned, kSettable,
               "least priority that the device obeys, 0 to 255"},
-    Attribute{"entity-type", VT_ATTRIBUTE_ENTITY_TYPE, ValueKind::kEntityType, kSigned, kReadOnly,
-              "kind of entity"},
-    Attribute{"address", VT_ATTRIBUTE_REPLY_TO, ValueKind::kAddress, kUnsigned, kReadOnly,
+    Attribute{"entity-type", voltaris::entity_type.number, ValueKind::kEntityType, kSigned,
+              kReadOnly, "kind of entity"},
+    Attribute{"address", voltaris::address.number, ValueKind::kAddress, kUnsigned, kReadOnly,
               "network address of the device"},
-    Attribute{"neighbor-count", VT_ATTRIBUTE_NEIGHBOR_COUNT, ValueKind::kInteger, kUnsigned,
+    Attribute{"neighbor-count", voltaris::neighbor_count.number, ValueKind::kInteger, kUnsigned,
               kReadOnly, "number of neighbors"},
-    Attribute{"nanny-vector", VT_ATTRIBUTE_NANNY_VECTOR, ValueKind::kInteger, kUnsigned, kReadOnly,
-              "supervision flags"},
-    Attribute{"delta-vector", VT_ATTRIBUTE_DELTA_VECTOR, ValueKind::kDeltaVector, kSigned,
+    Attribute{"nanny-vector", voltaris::nanny_vector.number, ValueKind::kInteger, kUnsigned,
+              kReadOnly, "supervision flags"},
+    Attribute{"delta-vector", voltaris::delta_vector.number, ValueKind::kDeltaVector, kSigned,
               kReadOnly, "change of power that each level would bring"},
-    Attribute{"caliber", VT_ATTRIBUTE_USAGE_CALIBER, ValueKind::kCaliber, kSigned, kReadOnly,
+    Attribute{"caliber", voltaris::caliber.number, ValueKind::kCaliber, kSigned, kReadOnly,
               "how the usage is known: actual, presumed, ..."},
-    Attribute{"usage-vector", VT_ATTRIBUTE_USAGE_VECTOR, ValueKind::kUsageVector, kUnsigned,
+    Attribute{"usage-vector", voltaris::usage_vector.number, ValueKind::kUsageVector, kUnsigned,
               kReadOnly, "power used at each level"},
-    Attribute{"category", VT_ATTRIBUTE_USAGE_CATEGORY, ValueKind::kCategory, kSigned, kReadOnly,
+    Attribute{"category", voltaris::category.number, ValueKind::kCategory, kSigned, kReadOnly,
               "consumer, producer or meter"},
 };
 

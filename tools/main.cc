@@ -9,7 +9,7 @@
 #include <exception>
 #include <iostream>
 
-#include "vtapi.h"
+#include "vtapi.hpp"
 
 #include "tools/exit_code.h"
 #include "tools/options.h"
@@ -34,12 +34,10 @@ ExitCode Judge(const Answer& answer) {
     Complain("the answer is incomplete: the time was up before the node had ended it");
     return kExitIncomplete;
   }
-  if (answer.error_code == VT_ERROR_NO_MEMORY) {
-    Complain("the answer is incomplete: out of memory");
-    return kExitIncomplete;
-  }
-  if (answer.error_code != 0) {
-    Complain("the answer is incomplete: " + std::string(std::strerror(answer.error_code)));
+  if (answer.failure) {
+    const bool lacked_memory = answer.failure->cause == voltaris::Cause::kNoMemory;
+    Complain(std::string("the answer is incomplete: ") +
+             (lacked_memory ? "out of memory" : std::strerror(answer.failure->number)));
     return kExitIncomplete;
   }
   if (!answer.rows.empty() || answer.acknowledged > 0) return kExitOk;
@@ -52,8 +50,7 @@ ExitCode Judge(const Answer& answer) {
 ExitCode Run(int argc, const char* const* argv) {
   const std::optional<Options> options = ParseOptions(argc, argv);
   if (!options) return kExitOk;
-  setLogFile(stderr);
-  setLogLevel(options->log_level);
+  voltaris::set_log(static_cast<voltaris::LogLevel>(options->log_level), stderr);
   const Answer answer = RunQuery(*options);
   PrintAnswer(std::cout, answer, *options, WantsColour());
   std::cout.flush();

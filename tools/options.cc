@@ -7,8 +7,6 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "vtapi.h"
-
 #include "tools/exit_code.h"
 
 namespace vt::tools {
@@ -214,18 +212,18 @@ void CheckIds(const std::vector<std::string>& ids) {
 }
 
 // CategoriesOf leaves the list empty for consumers alone, which is what devices assume.
-std::vector<std::int32_t> CategoriesOf(const RawOptions& raw, Command command) {
-  std::vector<std::int32_t> any = {CV_CORVANE_USAGE_CONSUMER, CV_CORVANE_USAGE_PRODUCER,
-                                   CV_CORVANE_USAGE_METER};
-  std::vector<std::int32_t> categories;
+std::vector<voltaris::Category> CategoriesOf(const RawOptions& raw, Command command) {
+  std::vector<voltaris::Category> any = {voltaris::Category::kConsumer,
+                                         voltaris::Category::kProducer, voltaris::Category::kMeter};
+  std::vector<voltaris::Category> categories;
   for (const std::string& word : raw.categories) {
     if (word == "any") return any;
     if (word == "consumer") {
-      categories.push_back(CV_CORVANE_USAGE_CONSUMER);
+      categories.push_back(voltaris::Category::kConsumer);
     } else if (word == "producer") {
-      categories.push_back(CV_CORVANE_USAGE_PRODUCER);
+      categories.push_back(voltaris::Category::kProducer);
     } else if (word == "meter") {
-      categories.push_back(CV_CORVANE_USAGE_METER);
+      categories.push_back(voltaris::Category::kMeter);
     } else {
       throw Failure(kExitUsage,
                     "a category is consumer, producer, meter or any, not '" + word + "'");
@@ -250,8 +248,8 @@ void ResolveAttributes(const RawOptions& raw, Options& options) {
   if (names.empty()) names = DefaultAttributes(options.command);
   for (const std::string& name : names) {
     const Attribute& attribute = FindAttribute(name);
-    if (options.command == Command::kSum && attribute.number != VT_ATTRIBUTE_USAGE &&
-        attribute.number != VT_ATTRIBUTE_DELTA_VECTOR) {
+    if (options.command == Command::kSum && attribute.number != voltaris::usage.number &&
+        attribute.number != voltaris::delta_vector.number) {
       throw Failure(kExitUsage,
                     "a sum can be had of usage and of delta-vector, not of '" + name + "'");
     }
@@ -334,7 +332,7 @@ std::string CommandName(Command command) {
 std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   RawOptions raw;
   CLI::App app("Queries and configures the devices of a power-management network.", "voltaris");
-  app.set_version_flag("--version", std::string("voltaris, libvtapi ") + voltaris_utl_getVersion());
+  app.set_version_flag("--version", std::string("voltaris, libvtapi ").append(voltaris::version()));
   app.footer(GeneralFooter());
   app.require_subcommand(1);
   AddCommonOptions(app, raw);

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "vtapi.hpp"
+
 #include "tools/attributes.h"
 
 namespace vt::tools {
@@ -37,7 +39,7 @@ struct Options {
   std::vector<std::string> roles;
   std::vector<std::string> keywords;
   std::vector<std::string> ids;  // 32 characters each
-  std::vector<std::int32_t> categories;
+  std::vector<voltaris::Category> categories;
 
   std::vector<const Attribute*> attributes;  // to be read, in the order of the columns
   std::vector<Assignment> assignments;       // to be set

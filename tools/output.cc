@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <ostream>
 
@@ -16,13 +15,6 @@ constexpr std::string_view kAbsent = "-";
 
 // A unit far beyond what any device means would make a number of hundreds of digits.
 constexpr int kPlainUnits = 15;
-
-double Watts(std::int64_t raw, int units) {
-  // Dividing by an exact power of ten gives the number nearest to what is meant; multiplying with a
-  // rounded fraction would not.
-  const double power = std::pow(10.0, std::abs(units));
-  return units < 0 ? static_cast<double>(raw) / power : static_cast<double>(raw) * power;
-}
 
 std::string UnitsNote(const std::optional<int>& units) { return units ? "" : "?"; }
 
@@ -145,7 +137,7 @@ std::string JsonKey(const Attribute& attribute) {
 Json UnitsJson(const std::optional<int>& units) { return units ? Json(*units) : Json(nullptr); }
 
 Json WattsJson(std::int64_t raw, const std::optional<int>& units) {
-  return units ? Json(Watts(raw, *units)) : Json(nullptr);
+  return units ? Json(voltaris::to_watts(raw, *units)) : Json(nullptr);
 }
 
 // AddValue adds the members of one value: power is told as it came, with its units, and in watts.
@@ -189,7 +181,7 @@ void PrintJson(std::ostream& out, const Answer& answer, const Options& options) 
                          {"rows", std::move(rows)},
                          {"accepted", answer.acknowledged},
                          {"refused", answer.refused},
-                         {"complete", answer.error_code == 0 && !answer.timed_out}};
+                         {"complete", !answer.failure.has_value()}};
   // Texts from the network need not be UTF-8.
   out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }

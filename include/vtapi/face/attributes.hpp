@@ -411,6 +411,24 @@ inline constexpr Attribute<VT_ATTRIBUTE_RECURRENCE, kind::RecurrenceRecord> recu
 inline constexpr Attribute<VT_ATTRIBUTE_TEXT_21, kind::Text> text_21{};
 inline constexpr Attribute<VT_ATTRIBUTE_USAGE_CATEGORY, kind::Enumerated<Category>> category{};
 
+// visit_attribute calls visitor with the attribute of that number, for numbers that are known when
+// the program runs; false when there is none.
+template <class Visitor>
+constexpr bool visit_attribute(std::int32_t number, Visitor visitor) {
+  const auto visit_one = [number, &visitor](auto attribute) {
+    if (attribute.number != number) return false;
+    visitor(attribute);
+    return true;
+  };
+  const auto visit_one_of = [&visit_one](auto... attributes) {
+    return (visit_one(attributes) || ...);
+  };
+  return visit_one_of(identity, role, domain, name, keywords, error_text, units, usage, level,
+                      importance, entity_type, address, neighbor, neighbor_count, nanny_vector,
+                      delta_vector, caliber, usage_vector, query_timeout, recurrence, text_21,
+                      category);
+}
+
 // word_of gives the word for an attribute number, "" for another.
 constexpr std::string_view word_of(std::int32_t number) {
   constexpr std::array<std::string_view, 23> words = {"",

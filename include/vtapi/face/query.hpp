@@ -20,6 +20,7 @@
 #include "vtapi/event.h"
 #include "vtapi/face/attributes.hpp"
 #include "vtapi/face/error.hpp"
+#include "vtapi/keywords.h"
 #include "vtapi/query.h"
 #include "vtapi/tlv.h"
 
@@ -185,6 +186,13 @@ inline QueryDescription set_query(std::string of_domain) {
 }
 inline QueryDescription sum_query(std::string of_domain) {
   return {QueryKind::kSum, std::move(of_domain)};
+}
+
+// is_plain tells whether a text has only the characters that names of devices should have: letters,
+// digits, blanks and ~!@#$%^&()_-+={}[]\:.,></, and at least one of them.
+inline bool is_plain(const std::string& text) {
+  constexpr int blanks_allowed = 2;
+  return !detail::HasZero(text) && vtn_string_in_whitelist(text.c_str(), blanks_allowed) != 0;
 }
 
 namespace detail {
