@@ -112,10 +112,9 @@ void Send(ReplyCollection& c) {
 }
 
 void TakeMessage(ReplyCollection& c, support::Bytes message, Milliseconds now) {
-  const bool has_arrays = MakeArrays(*c.result);
-  const Taken taken =
-      TakeReply(message.data(), static_cast<std::int32_t>(message.size()), *c.result, c.key);
-  if (!has_arrays || taken == Taken::kNoMemory) c.result->error_code = VT_ERROR_NO_MEMORY;
+  const auto size = static_cast<std::int32_t>(message.size());
+  const Taken taken = TakeReply(message.data(), size, *c.result, c.key, Arrays::kOnDemand);
+  if (taken == Taken::kNoMemory) c.result->error_code = VT_ERROR_NO_MEMORY;
   if (taken == Taken::kForged) ++c.counters.forged;
   if (taken == Taken::kMalformed) ++c.counters.malformed;
   if (taken != Taken::kAccepted) return;

@@ -67,10 +67,14 @@ Taken Drop(Event* event, int error, Taken why) {
   return why;
 }
 
+bool IsAcknowledgement(const message_header& pak) {
+  return pak.shipment == CV_SHIPMENT_ACK_WILL || pak.shipment == CV_SHIPMENT_ACK_WONT;
+}
+
 // Fold takes an authentic message, which the result owns already, into acknowledgements and rows.
 void Fold(Event* event, ResultSet& result) {
   const message_header& pak = *event->pak;
-  if (pak.shipment == CV_SHIPMENT_ACK_WILL || pak.shipment == CV_SHIPMENT_ACK_WONT) {
+  if (IsAcknowledgement(pak)) {
     add_acks(event, &result);
   } else if (pak.shipment < 0) {
     return;  // other acknowledgements are kept and tell nothing
@@ -88,7 +92,8 @@ void Fold(Event* event, ResultSet& result) {
 
 }  // namespace
 
-Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const hmac_context& key) {
+Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const hmac_context& key,
+                Arrays arrays) {
   constexpr std::int32_t kSmallestMessage = 60;
   constexpr int kForged = 5;
   Event* event = cv_mkevent_from_rawbuffer(len, message);
@@ -101,9 +106,11 @@ Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const 
     return Drop(event, error, Taken::kMalformed);
   }
   if (!IsAuthentic(*event, verdict, &key)) return Drop(event, kForged, Taken::kForged);
+  const bool lacks_arrays =
+      arrays == Arrays::kOnDemand && IsAcknowledgement(*event->pak) && !MakeArrays(result);
   (void)enqueue(&result.events, event);
   Fold(event, result);
-  return Taken::kAccepted;
+  return lacks_arrays ? Taken::kNoMemory : Taken::kAccepted;
 }
 
 void BeginResult(ResultSet& result, Query& query) {

@@ -110,7 +110,7 @@ void vtn_queryLoop(Session* session, ResultSet* result) {
 
 void vtn_processReply(const void* buf, std::int32_t len, ResultSet* result,
                       const hmac_context* key) {
-  (void)vt::api::TakeReply(buf, len, *result, *key);
+  (void)vt::api::TakeReply(buf, len, *result, *key, vt::api::Arrays::kAreThere);
 }
 
 std::uint32_t vtn_getDomainFromPayload(const void* payload, std::uint32_t len) {

@@ -97,7 +97,7 @@ VT_API const char* voltaris_nameOutcome(int32_t outcome);
 /*
  * voltaris_takeCollectionResult ends a pending Collection and hands over what has been collected,
  * for voltaris_releaseResult; null from the second time on. Its arrays of acknowledgements are
- * sorted, and null where no message came. Its error code is 0 for a complete Collection,
+ * sorted, and null where none came. Its error code is 0 for a complete Collection,
  * VT_ERROR_TIMEOUT where a limit was reached, VT_ERROR_NO_MEMORY where memory ended in between,
  * else the errno, which is ECANCELED for a cancelled one and EMSGSIZE for one of over-size.
  */

@@ -150,6 +150,16 @@ TEST(Collection, WithoutADescriptorIsUnreachable) {
   EXPECT_EQ(voltaris_getCollectionErrno(stepped.get()), EMFILE);
 }
 
+TEST(Collection, WithoutAcknowledgementsHasNoArraysForThem) {
+  ScriptedPeer peer(Answering([](PeerConnection& c) { c.Send(UsageOf("lamp", 1, 11)); }));
+  const Stepped stepped = Start(peer.port());
+  EXPECT_EQ(RunToEnd(stepped), VT_COLLECTION_COMPLETE);
+  const ResultPtr result = ResultOf(stepped);
+  EXPECT_EQ(result->acks, nullptr);
+  EXPECT_EQ(result->naks, nullptr);
+  EXPECT_EQ(result->row_count, 1);
+}
+
 TEST(Collection, OfANodeThatTakesNoConnectionTimesOut) {
   for (const int error : {EINPROGRESS, EALREADY, EINTR}) {
     const ConnectHook hook([error](int, const sockaddr*, socklen_t) -> std::optional<int> {
