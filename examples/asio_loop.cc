@@ -23,25 +23,22 @@ class FleetService {
   FleetService(const FleetService&) = delete;
   FleetService& operator=(const FleetService&) = delete;
 
-  // Drive does what can be done now and waits for what comes next. Either wait cancels the other.
+  // Drive does what can be done now and waits for what comes next, the descriptor or the timer.
+  // Both may be ready at once: each time begins with neither being waited for.
   void Drive() {
+    descriptor_.cancel();
+    timer_.cancel();
     const bool goes_on = fleet_.step();
     while (auto ended = fleet_.take_ended()) Print(*ended);
     if (!goes_on) return;
-    descriptor_.async_wait(asio::posix::stream_descriptor::wait_read,
-                           [this](asio::error_code error) {
-                             if (error) return;
-                             timer_.cancel();
-                             Drive();
-                           });
-    const auto time = fleet_.timeout();
-    if (!time) return;
-    timer_.expires_after(*time);
-    timer_.async_wait([this](asio::error_code error) {
-      if (error) return;
-      descriptor_.cancel();
-      Drive();
-    });
+    const auto drive_again = [this](asio::error_code error) {
+      if (!error) Drive();
+    };
+    descriptor_.async_wait(asio::posix::stream_descriptor::wait_read, drive_again);
+    if (const auto time = fleet_.timeout()) {
+      timer_.expires_after(*time);
+      timer_.async_wait(drive_again);
+    }
   }
 
  private:

@@ -1,6 +1,6 @@
 """Compiles every program that a document shows.
 
-usage: check_guide.py INCLUDE_DIR C_COMPILER CXX_COMPILER DOCUMENT...
+usage: check_programs.py INCLUDE_DIR C_COMPILER CXX_COMPILER DOCUMENT...
 
 A program is a fenced block marked c or cpp that has a main. Prints how many there were.
 """
