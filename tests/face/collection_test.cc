@@ -376,7 +376,7 @@ TEST(FaceResults, OutliveSessionAndCollection) {
 }
 
 TEST(FaceResults, ReplaceEachOther) {
-  (void)FaceSession(1);  // what libcrypto allocates once
+  (void)ResultsOf(kLevels, {Plain(14, {1})});  // what libcrypto allocates once
   const LiveBlocks live;
   {
     Results results = ResultsOf(kLevels, {Plain(14, {1})});
