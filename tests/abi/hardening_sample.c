@@ -8,7 +8,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
+#include <time.h>
 #include <unistd.h>
 
 #ifdef SAMPLE_CHECKED_RECEIVE
@@ -31,6 +33,8 @@ int SAMPLE_NAME(const char* text, size_t size, int fd) {
   struct sockaddr_in address;
   socklen_t length = sizeof address;
   struct pollfd watched = {fd, POLLIN, 0};
+  struct epoll_event event = {EPOLLIN, {NULL}};
+  struct timespec now;
   char* grown;
 
   memset(&address, 0, sizeof address);
@@ -42,6 +46,9 @@ int SAMPLE_NAME(const char* text, size_t size, int fd) {
   if (accept(fd, (struct sockaddr*)&address, &length) < 0) return -1;
   if (recvfrom(fd, copy, sizeof copy, 0, NULL, NULL) < 0) return -1;
   if (send(fd, copy, sizeof copy, 0) < 0 || poll(&watched, 1, 0) < 0) return -1;
+  if (clock_gettime(CLOCK_MONOTONIC, &now) < 0) return -1;
+  if (epoll_ctl(epoll_create1(0), EPOLL_CTL_ADD, fd, &event) < 0) return -1;
+  if (epoll_wait(fd, &event, 1, 0) < 0) return -1;
   close(fd);
   grown = realloc(malloc(size), 2 * size);
   fprintf(stderr, "%p %p %s\n", (void*)grown, calloc(size, 2), copy);
