@@ -101,6 +101,16 @@ TEST(AddAcks, WithoutEntitiesIsStillPending) {
   EXPECT_TRUE(Acks(c.result()).empty());
 }
 
+TEST(AddAcks, OfAnElementWithoutItsArrayIsPendingAlone) {
+  Collection c({8});
+  const EventPtr event = Decoded(ReplyWith({Aggregate(42, "lamp", {Entry(1), Entry(2)})}, -1));
+  // As an application may make one; the array lies in the block of its element.
+  static_cast<aggregated_value*>(event->tlvs[0]->value)->entries = nullptr;
+  add_acks(event.get(), c.result());
+  EXPECT_EQ(c.result()->answers_pending, 1);
+  EXPECT_TRUE(Acks(c.result()).empty());
+}
+
 TEST(AddAcks, GoesPastAnElementWithoutAValue) {
   Collection c({8});
   const EventPtr event =
