@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <string_view>
+#include <type_traits>
 #include <unordered_set>
+#include <utility>
 
 namespace vt::tools {
 namespace {

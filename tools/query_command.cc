@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "vtapi.hpp"
 
@@ -31,6 +34,7 @@ voltaris::Key ReadKey(const std::string& path) {
   std::string warning;
   voltaris::Key key =
       Unwrap(voltaris::Key::from_file(path, voltaris::KeyFilePolicy::kWarn, &warning));
+  // cppcheck-suppress knownConditionTrueFalse; from_file may have written it
   if (!warning.empty()) std::cerr << "warning: " << warning << std::endl;
   return key;
 }

@@ -395,6 +395,18 @@ TEST(FaceValues, OfEnumerationsHaveWords) {
   EXPECT_EQ(name_of(static_cast<voltaris::EntityType>(99)), std::nullopt);
 }
 
+TEST(FaceAttributes, AreVisitedByTheirNumber) {
+  for (std::int32_t number = 1; number <= 22; ++number) {
+    std::vector<std::int32_t> visited;
+    const auto visitor = [&visited](auto attribute) { visited.push_back(attribute.number); };
+    EXPECT_TRUE(voltaris::visit_attribute(number, visitor));
+    EXPECT_EQ(visited, std::vector{number});
+  }
+  for (const std::int32_t number : {-1, 0, 23}) {
+    EXPECT_FALSE(voltaris::visit_attribute(number, [](auto) { ADD_FAILURE(); }));
+  }
+}
+
 TEST(FaceValues, AttributesHaveWords) {
   EXPECT_EQ(voltaris::word_of(voltaris::identity.number), "identity");
   EXPECT_EQ(voltaris::word_of(voltaris::usage_vector.number), "usage-vector");

@@ -28,7 +28,7 @@ TEST(FaceIdentity, OfThirtyTwoCharactersEndsInZeros) {
 }
 
 TEST(FaceIdentity, OfAnotherLengthIsAnError) {
-  for (const std::size_t size : {0, 1, 31, 33, 35, 37, 64}) {
+  for (const std::size_t size : {0u, 1u, 31u, 33u, 35u, 37u, 64u}) {
     const auto made = Identity::from_text(std::string(size, 'a'));
     ASSERT_FALSE(made) << size;
     EXPECT_EQ(made.error().cause, Cause::kBadIdentity);

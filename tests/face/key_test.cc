@@ -105,7 +105,7 @@ TEST_F(FaceKeyFile, ThatCannotBeReadIsAnErrorWithItsErrno) {
 }
 
 TEST_F(FaceKeyFile, ThatOthersMayOpenIsRefused) {
-  for (const mode_t mode : {0640, 0604, 0620, 0602, 0610, 0601, 0666, 0777}) {
+  for (const mode_t mode : {0640u, 0604u, 0620u, 0602u, 0610u, 0601u, 0666u, 0777u}) {
     std::string warning;
     const Expected<Key> key =
         Key::from_file(Write(kDigits, mode), KeyFilePolicy::kRefuse, &warning);
@@ -114,7 +114,7 @@ TEST_F(FaceKeyFile, ThatOthersMayOpenIsRefused) {
     EXPECT_NE(key.error().text.find("chmod 600"), std::string::npos);
     EXPECT_EQ(warning, "");
   }
-  for (const mode_t mode : {0600, 0400, 0700}) EXPECT_TRUE(Key::from_file(Write(kDigits, mode)));
+  for (const mode_t mode : {0600u, 0400u, 0700u}) EXPECT_TRUE(Key::from_file(Write(kDigits, mode)));
 }
 
 TEST_F(FaceKeyFile, ThatOthersMayOpenIsUsedWithAWarningWhereThatIsThePolicy) {

@@ -247,7 +247,7 @@ TEST(FaceQuery, WithTextsThatWouldBeCutIsAnError) {
     return set_query("office").set(voltaris::name, std::string(size, 'n'));
   };
   EXPECT_EQ(ElementsOf(with(254)).back(), Element(9, 0, Bytes(254, 'n')));
-  for (const std::size_t size : {255, 256, 1280}) {
+  for (const std::size_t size : {255u, 256u, 1280u}) {
     ExpectError(with(size), Cause::kBadValue, "name: a text has at most 254 characters");
   }
 }
@@ -278,6 +278,13 @@ TEST(FaceQuery, WithoutMemoryIsAnErrorAndLeavesNothingBehind) {
   });
   EXPECT_GT(failures, 20u);
   EXPECT_EQ(live.count(), 0);
+}
+
+TEST(FaceQuery, PlainTextsHaveTheCharactersOfNames) {
+  EXPECT_TRUE(voltaris::is_plain("desk lamp-1"));
+  for (const std::string& text : {std::string(), std::string("a*"), std::string("a\0", 2)}) {
+    EXPECT_FALSE(voltaris::is_plain(text)) << text;
+  }
 }
 
 TEST(FaceQueryDescription, IsAValue) {

@@ -98,7 +98,10 @@ VTAPI_FACE_COLD inline Error MakeError(Cause cause, std::initializer_list<std::s
 template <class T>
 class [[nodiscard]] Expected {
  public:
+  // Not explicit: results and errors turn into what holds them where they are returned.
+  // cppcheck-suppress noExplicitConstructor
   Expected(T result) : state_(std::in_place_index<0>, std::move(result)) {}
+  // cppcheck-suppress noExplicitConstructor
   Expected(Error error) : state_(std::in_place_index<1>, std::move(error)) {}
 
   bool has_value() const noexcept { return state_.index() == 0; }
@@ -151,6 +154,7 @@ template <>
 class [[nodiscard]] Expected<void> {
  public:
   Expected() = default;
+  // cppcheck-suppress noExplicitConstructor
   Expected(Error error) : error_(std::move(error)) {}
 
   bool has_value() const noexcept { return !error_.has_value(); }

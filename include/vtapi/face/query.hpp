@@ -71,7 +71,8 @@ class QueryDescription {
   }
   template <AnyAttribute... Attributes>
   QueryDescription get(Attributes... attributes) && {
-    return std::move(get(attributes...));
+    get(attributes...);
+    return std::move(*this);
   }
 
   // set sets an attribute, and makes it a column. Of a set query only.
@@ -82,7 +83,8 @@ class QueryDescription {
   }
   template <SettableAttribute A>
   QueryDescription set(A attribute, const typename A::Kind::set_type& value) && {
-    return std::move(set(attribute, value));
+    set(attribute, value);
+    return std::move(*this);
   }
 
   // where selects devices. Several of one kind are alternatives, different kinds must all hold.
@@ -109,10 +111,12 @@ class QueryDescription {
   }
   template <AnyAttribute A, class Value>
   QueryDescription where(A attribute, const Value& value) && {
-    return std::move(where(attribute, value));
+    where(attribute, value);
+    return std::move(*this);
   }
   QueryDescription where(decltype(keywords) attribute, const std::vector<std::string>& any_of) && {
-    return std::move(where(attribute, any_of));
+    where(attribute, any_of);
+    return std::move(*this);
   }
 
   // priority is 100 unless it is said; devices obey queries whose priority is not below their
@@ -121,14 +125,20 @@ class QueryDescription {
     priority_ = number;
     return *this;
   }
-  QueryDescription priority(std::uint8_t number) && { return std::move(priority(number)); }
+  QueryDescription priority(std::uint8_t number) && {
+    priority(number);
+    return std::move(*this);
+  }
 
   // timeout is how long devices may take, 1 to 180 seconds, 6 unless it is said.
   QueryDescription& timeout(std::chrono::seconds time) & {
     timeout_ = time;
     return *this;
   }
-  QueryDescription timeout(std::chrono::seconds time) && { return std::move(timeout(time)); }
+  QueryDescription timeout(std::chrono::seconds time) && {
+    timeout(time);
+    return std::move(*this);
+  }
 
   QueryKind query_kind() const { return kind_; }
   const std::string& query_domain() const { return domain_; }
@@ -369,7 +379,7 @@ inline QueryDescription::Fault QueryDescription::AddAssignment(::Query& query,
   // The library takes a record or a number where its type may lie.
   alignas(std::max_align_t) std::array<char, sizeof(::delta_vector)> aligned{};
   const void* value = bytes.c_str();
-  std::string text;
+  std::string text;  // cppcheck-suppress variableScope; the record points to it
   if (assignment.number == VT_ATTRIBUTE_RECURRENCE) {
     const auto parts = kind::RecurrenceRecord::DecodeFlat(bytes);
     if (!parts) return detail::MakeError(Cause::kBadValue, {what});
