@@ -15,6 +15,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "tests/harness/hex.h"
 
@@ -60,9 +61,12 @@ class FaceKeyFile : public ::testing::Test {
 
 TEST_F(FaceKeyFile, OfDigitsOrOfRawBytesGivesTheSameKey) {
   const Bytes raw = KeyBytes();
-  for (const std::string& content :
-       {std::string(raw.begin(), raw.end()), std::string(kDigits), std::string(kDigits) + "\n",
-        std::string(kDigits) + " \t\r\n"}) {
+  std::vector<std::string> contents;
+  contents.emplace_back(raw.begin(), raw.end());
+  for (const char* behind : {"", "\n", " \t\r\n"}) {
+    contents.emplace_back(kDigits).append(behind);
+  }
+  for (const std::string& content : contents) {
     const Expected<Key> key = Key::from_file(Write(content));
     ASSERT_TRUE(key) << key.error().text;
     EXPECT_TRUE(key->present());
@@ -78,11 +82,19 @@ TEST_F(FaceKeyFile, OfTwentyRawBytesMayHoldAnything) {
 }
 
 TEST_F(FaceKeyFile, OfAnotherContentIsRefused) {
-  for (const std::string& content :
-       {std::string(), std::string("\n"), std::string(19, 'a'), std::string(21, 'a'),
-        std::string(39, 'a'), std::string(41, 'a'), std::string(39, 'a') + "g",
-        "g" + std::string(39, 'a'), " " + std::string(40, 'a'), std::string(40, 'a') + "\nx",
-        std::string(1000, 'a'), std::string(40, 'a') + std::string(1000, ' ') + "x"}) {
+  struct Content {
+    const char* before;
+    std::size_t digits;
+    std::size_t blanks;
+    const char* behind;
+  };
+  constexpr Content contents[] = {{"", 0, 0, ""},     {"", 0, 0, "\n"},  {"", 19, 0, ""},
+                                  {"", 21, 0, ""},    {"", 39, 0, ""},   {"", 41, 0, ""},
+                                  {"", 39, 0, "g"},   {"g", 39, 0, ""},  {" ", 40, 0, ""},
+                                  {"", 40, 0, "\nx"}, {"", 1000, 0, ""}, {"", 40, 1000, "x"}};
+  for (const Content& parts : contents) {
+    std::string content = parts.before;
+    content.append(parts.digits, 'a').append(parts.blanks, ' ').append(parts.behind);
     const Expected<Key> key = Key::from_file(Write(content));
     ASSERT_FALSE(key) << content;
     EXPECT_EQ(key.error().cause, Cause::kKeyContent);
