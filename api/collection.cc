@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <time.h>
 
@@ -318,6 +319,7 @@ void voltaris_releaseCollection(ReplyCollection* collection) {
   if (collection == nullptr) return;
   if (collection->result != nullptr)
     voltaris_releaseResult(voltaris_takeCollectionResult(collection));
+  explicit_bzero(&collection->key, sizeof collection->key);
   std::free(collection);
 }
 

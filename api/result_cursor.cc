@@ -75,7 +75,8 @@ const void* voltaris_readValue(const ResultCursor* cursor, std::int32_t attribut
   if (cursor->row == nullptr || (IsOfTheRow(attribute) && ordinal != 0)) return nullptr;
   const Value value =
       IsOfTheRow(attribute) ? OfTheRow(*cursor, attribute) : OfAReply(*cursor, attribute, ordinal);
-  if (value.at != nullptr) *out_len = value.length;
+  if (value.at == nullptr || value.length == 0) return nullptr;
+  *out_len = value.length;
   return value.at;
 }
 

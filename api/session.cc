@@ -1,6 +1,7 @@
 #include "vtapi/session.h"
 
 #include <arpa/inet.h>
+#include <string.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -76,6 +77,7 @@ Session* voltaris_createSession(const char* address, std::uint32_t port, const v
 
 void voltaris_closeSession(Session* session) {
   VT_LOG(kTrace, "free session %p", static_cast<void*>(session));
+  if (session != nullptr) explicit_bzero(&session->key, sizeof session->key);
   std::free(session);
 }
 

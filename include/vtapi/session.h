@@ -41,7 +41,9 @@ VT_API Session* new_session(void);
 VT_API Session* voltaris_createSession(const char* address, uint32_t port, const void* identity,
                                        const void* key, int32_t key_len);
 
-/* voltaris_closeSession releases the record; it closes no socket. Null is ignored. */
+/* voltaris_closeSession wipes the key and releases the record; it closes no socket. Null is
+ * ignored.
+ */
 VT_API void voltaris_closeSession(Session* session);
 
 /*

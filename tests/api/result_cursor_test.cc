@@ -133,6 +133,22 @@ TEST(ResultCursor, CountsAValueWithoutBytesAndGivesNullForIt) {
   EXPECT_EQ(Value(cursor, 5, 1), Hex("616200"));
 }
 
+TEST(ResultCursor, GivesNullForWhatAnApplicationAddedWithoutBytes) {
+  Collection c({9});
+  c.Reply({Aggregate(14, "lamp", {Entry(1, {5})})});
+  ResultCursor cursor = CursorOf(c.result());
+  ASSERT_EQ(voltaris_advanceCursor(&cursor), 1);
+  auto* const row = const_cast<entity_node*>(cursor.row);
+  std::uint8_t level = 7;
+  vtn_addTlvToResultRow(row, 9, 0, &level, c.result());
+  vtn_addTlvToResultRow(row, 9, 1, nullptr, c.result());
+  vtn_addTlvToResultRow(row, 9, 1, &level, c.result());
+  EXPECT_EQ(voltaris_countValues(&cursor, 9), 4u);
+  EXPECT_EQ(Value(cursor, 9, 1), std::nullopt);
+  EXPECT_EQ(Value(cursor, 9, 2), std::nullopt);
+  EXPECT_EQ(Value(cursor, 9, 3), Bytes{7});
+}
+
 TEST(ResultCursor, HasOneIdentityOneDomainAndOneSender) {
   Collection c({9});
   const Bytes address = Hex("0200 0f3c c0a80107 0000000000000000");

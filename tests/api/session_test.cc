@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -12,6 +13,7 @@
 #include "tests/api/api_support.h"
 #include "tests/harness/guard.h"
 #include "tests/harness/peer.h"
+#include "tests/harness/sanitizers.h"
 
 namespace {
 
@@ -253,6 +255,22 @@ TEST(CloseSession, ClosesNoSocket) {
   session->descriptor = pair.near().fd();
   voltaris_closeSession(session);
   EXPECT_NE(fcntl(pair.near().fd(), F_GETFD), -1);
+}
+
+// Right after free, malloc hands the same block out again, with what is left in it.
+TEST(CloseSession, LeavesNoKeyBehind) {
+#ifdef VT_SANITIZER
+  GTEST_SKIP() << "a sanitizer keeps released blocks";
+#endif
+  SessionPtr session = LoopbackSession(7440);
+  const void* const address = session.get();
+  session.reset();
+  Session* const again = static_cast<Session*>(std::malloc(sizeof(Session)));
+  const bool is_same = again == address;
+  const Bytes left = is_same ? HostBytes(again->key) : Bytes();
+  std::free(again);
+  if (!is_same) GTEST_SKIP() << "malloc gave another block";
+  EXPECT_EQ(left, Bytes(sizeof(hmac_context)));
 }
 
 TEST(CloseSession, IgnoresNull) { voltaris_closeSession(nullptr); }
