@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "vtapi.h"
 
@@ -35,6 +36,25 @@ void StartLog(std::uint32_t level) {
 
 void Log(std::uint32_t level, const std::string& message) {
   if (level >= getLogLevel()) WriteLine(level, message.c_str());
+}
+
+void RateLimit::Log(std::uint32_t level, const std::string& message) {
+  if (level < getLogLevel()) return;
+  const std::lock_guard lock(mutex_);
+  const auto now = std::chrono::steady_clock::now();
+  if (now - second_ >= std::chrono::seconds(1)) {
+    second_ = now;
+    lines_ = 0;
+    if (const std::uint64_t count = std::exchange(left_out_, 0); count != 0) {
+      node::Log(VT_LOG_WARN, std::to_string(count) + " lines like the last ones were left out");
+    }
+  }
+  if (lines_ == kLinesASecond) {
+    ++left_out_;
+  } else {
+    ++lines_;
+    node::Log(level, message);
+  }
 }
 
 }  // namespace vt::node

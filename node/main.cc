@@ -1,12 +1,13 @@
 // voltaris-node: plays a node with a fleet of devices, so that queries have something to talk to.
 
+#include <asio/signal_set.hpp>
 #include <signal.h>
-#include <sys/signalfd.h>
 
-#include <cerrno>
 #include <exception>
 #include <iostream>
-#include <system_error>
+#include <memory>
+#include <mutex>
+#include <utility>
 
 #include "vtapi.hpp"
 
@@ -21,19 +22,6 @@ namespace {
 
 enum ExitCode : int { kExitOk = 0, kExitCannotServe = 1, kExitUsage = 2 };
 
-// StopSignals is a descriptor that becomes readable on SIGINT and SIGTERM, which then do nothing
-// else. It is made before other threads run, so that they inherit the mask.
-Descriptor StopSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  const int fd = signalfd(-1, &signals, SFD_CLOEXEC);
-  if (fd < 0) throw std::system_error(errno, std::generic_category(), "cannot watch signals");
-  return Descriptor(fd);
-}
-
 std::optional<voltaris::Key> ReadKey(const Options& options) {
   if (!options.key_file) return std::nullopt;
   std::string warning;
@@ -43,6 +31,98 @@ std::optional<voltaris::Key> ReadKey(const Options& options) {
   return *std::move(key);
 }
 
+// Service is the fleet and the server that answers for it, until a signal ends them.
+class Service {
+ public:
+  Service(const Options& options, Fleet fleet, std::optional<voltaris::Key> key)
+      : options_(options),
+        signals_(io_, SIGINT, SIGTERM, SIGHUP),
+        server_(io_, options.listen, LimitsOf(options),
+                [this](std::span<const std::uint8_t> message) {
+                  return responder()->Answer(message);
+                }) {
+    Use(std::move(fleet), std::move(key));
+    AwaitSignal();
+  }
+
+  sockaddr_in address() const { return server_.address(); }
+  void Run() { io_.run(); }
+
+ private:
+  static ServerLimits LimitsOf(const Options& options) {
+    ServerLimits limits;
+    limits.connections = options.max_connections;
+    limits.connection = options.connection_timeout;
+    return limits;
+  }
+
+  // Use answers for that fleet from now on.
+  void Use(Fleet fleet, std::optional<voltaris::Key> key) {
+    fleet.node.address = server_.address();
+    auto responder = std::make_shared<Responder>(std::move(fleet), std::move(key));
+    const std::lock_guard lock(mutex_);
+    responder_ = std::move(responder);
+  }
+
+  std::shared_ptr<Responder> responder() {
+    const std::lock_guard lock(mutex_);
+    return responder_;
+  }
+
+  void AwaitSignal() {
+    signals_.async_wait([this](const asio::error_code& error, int signal) {
+      if (error) return;
+      if (signal == SIGHUP) {
+        Reload();
+        AwaitSignal();
+      } else {
+        Log(VT_LOG_INFO, "ended by a signal");
+        server_.Stop();
+      }
+    });
+  }
+
+  void Reload() {
+    try {
+      Use(LoadFleet(options_.config), ReadKey(options_));
+      Log(VT_LOG_INFO, "read the configuration and the key again");
+    } catch (const std::exception& error) {
+      Log(VT_LOG_ERROR, std::string("the configuration stays as it was: ") + error.what());
+    }
+  }
+
+  const Options& options_;
+  std::mutex mutex_;
+  std::shared_ptr<Responder> responder_;
+  asio::io_context io_;
+  asio::signal_set signals_;
+  Server server_;
+};
+
+// NoSignals keeps signals from this thread, and for good from those that it starts meanwhile.
+class NoSignals {
+ public:
+  NoSignals() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &saved_);
+  }
+  ~NoSignals() { pthread_sigmask(SIG_SETMASK, &saved_, nullptr); }
+  NoSignals(const NoSignals&) = delete;
+  NoSignals& operator=(const NoSignals&) = delete;
+
+ private:
+  sigset_t saved_;
+};
+
+void Serve(const Options& options, Fleet fleet, std::optional<voltaris::Key> key) {
+  std::optional<NoSignals> none(std::in_place);  // for the thread that answers
+  Service service(options, std::move(fleet), std::move(key));
+  none.reset();
+  std::cout << "listening on " << EndpointText(service.address()) << std::endl;
+  service.Run();
+}
+
 ExitCode Run(int argc, const char* const* argv) {
   const std::optional<Options> options = ParseOptions(argc, argv);
   if (!options) return kExitOk;
@@ -50,20 +130,13 @@ ExitCode Run(int argc, const char* const* argv) {
   (void)signal(SIGPIPE, SIG_IGN);
   StartLog(options->log_level);
   std::optional<voltaris::Key> key = ReadKey(*options);
-  const Descriptor stop = StopSignals();
   // The fleet is read first: a faulty one must not open the port.
   Fleet fleet = LoadFleet(options->config);
-  Server server(options->listen);
-  const sockaddr_in address = server.address();
-  fleet.node.address = address;
-
-  Responder responder(std::move(fleet), std::move(key));
-  std::cout << "listening on " << EndpointText(address) << std::endl;
-  server.Run(
-      stop.get(),
-      [&responder](std::span<const std::uint8_t> message) { return responder.Answer(message); },
-      options->connection_timeout);
-  Log(VT_LOG_INFO, "ended by a signal");
+  if (options->check_config) {
+    std::cout << options->config << ": " << fleet.devices.size() << " entities" << std::endl;
+    return kExitOk;
+  }
+  Serve(*options, std::move(fleet), std::move(key));
   return kExitOk;
 }
 

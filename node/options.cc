@@ -17,11 +17,15 @@ namespace {
 constexpr const char* kFooter =
     "Examples:\n"
     "  voltaris-node --config examples/office.toml\n"
-    "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n\n"
+    "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n"
+    "  voltaris-node --config office.toml --check-config\n\n"
     "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output; "
     "everything\n"
-    "else goes to standard error. SIGINT and SIGTERM end it. What devices are set to is kept in\n"
-    "memory and lost with the program.\n\n"
+    "else goes to standard error. SIGINT and SIGTERM end it. SIGHUP makes it read the "
+    "configuration\n"
+    "again; a faulty one is reported and the old one kept. What devices are set to is kept in "
+    "memory\n"
+    "and lost with the program or the old configuration.\n\n"
     "Without a key file a message is checked with the identity of its sender as the key, which "
     "keeps\n"
     "accidents out, but nobody else.\n\n"
@@ -93,6 +97,12 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
                  "seconds that a connection may last, 1 to 3600 (default 10)")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 3600));
+  app.add_option("--max-connections", options.max_connections,
+                 "connections at once, 1 to 100000 (default 1024); more wait")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 100000));
+  app.add_flag("--check-config", options.check_config,
+               "read the configuration, say what is wrong with it, and end");
   app.add_option("--log-level", log_level,
                  "trace, debug, info, warn (default), error, fatal or off")
       ->type_name("LEVEL");

@@ -23,6 +23,8 @@ struct Options {
   sockaddr_in listen{};
   std::optional<std::string> key_file;
   std::chrono::seconds connection_timeout{10};
+  std::size_t max_connections = 1024;
+  bool check_config = false;    // and do nothing else
   std::uint32_t log_level = 3;  // enum vt_log_level, of the library and of the node itself
 };
 

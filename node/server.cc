@@ -1,193 +1,268 @@
 #include "node/server.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <asio/post.hpp>
+#include <asio/write.hpp>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
-#include <climits>
-#include <cstring>
+#include <exception>
+#include <string>
 #include <system_error>
 #include <utility>
 
 #include "vtapi.h"
 
-#include "node/log.h"
 #include "node/options.h"
+#include "node/received_query.h"
 
 namespace vt::node {
 namespace {
 
-constexpr std::size_t kMaxConnections = 64;
+using asio::ip::tcp;
 
-[[noreturn]] void ThrowErrno(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
+sockaddr_in SystemAddress(const tcp::endpoint& endpoint) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(endpoint.port());
+  address.sin_addr.s_addr = htonl(endpoint.address().to_v4().to_uint());
+  return address;
 }
 
-int Checked(int result, const std::string& what) {
-  if (result < 0) ThrowErrno(what);
-  return result;
+tcp::endpoint EndpointOf(const sockaddr_in& address) {
+  return {asio::ip::address_v4(ntohl(address.sin_addr.s_addr)), ntohs(address.sin_port)};
 }
 
-Descriptor Listen(const sockaddr_in& address) {
-  const std::string what = "cannot listen on " + EndpointText(address);
-  Descriptor socket(Checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), what));
-  // A node that is started again need not wait for the connections of the last one to fade.
-  const int on = 1;
-  Checked(setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), what);
-  Checked(bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), what);
-  Checked(listen(socket.get(), SOMAXCONN), what);
-  return socket;
-}
-
-bool SendAll(int fd, const Bytes& bytes) {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t result = send(fd, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (result < 0 && errno == EINTR) continue;
-    if (result < 0) return false;
-    sent += static_cast<std::size_t>(result);
+tcp::acceptor Listen(asio::io_context& io, const sockaddr_in& address) {
+  try {
+    // With the address reused: a node that is started again need not wait for old connections.
+    return {io, EndpointOf(address)};
+  } catch (const std::system_error& error) {
+    throw std::system_error(error.code(), "cannot listen on " + EndpointText(address));
   }
-  return true;
-}
-
-// Closing a socket with unread data resets the connection, and the client would lose the answer.
-void EndStream(int fd) {
-  shutdown(fd, SHUT_WR);
-  std::array<char, 4096> scrap{};
-  constexpr int most_rounds = 16;
-  for (int round = 0; round < most_rounds; ++round) {
-    if (recv(fd, scrap.data(), scrap.size(), MSG_DONTWAIT) <= 0) return;
-  }
-}
-
-void Converse(int fd, const std::string& client, const Server::Answerer& answerer) {
-  Bytes message(VT_MAX_PDU_SIZE);
-  const int size =
-      vtn_read_tcp_message(fd, message.data(), static_cast<std::int32_t>(message.size()), nullptr);
-  if (size <= 0) {
-    Log(VT_LOG_INFO, client + " sent no whole message");
-    return;
-  }
-  message.resize(static_cast<std::size_t>(size));
-  const std::vector<Bytes> answer = answerer(message);
-  for (const Bytes& part : answer) {
-    if (SendAll(fd, part)) continue;
-    Log(VT_LOG_WARN, client + " did not take the whole answer");
-    return;
-  }
-  Log(VT_LOG_INFO, client + " got " + std::to_string(answer.size()) + " messages");
 }
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) close(fd_);
-}
+// Connection reads a query, waits for its answer, sends it and closes. It lives for as long as an
+// operation or the server's list of queries holds it; once closed it does not use the server, which
+// may be gone by then.
+class Server::Connection : public std::enable_shared_from_this<Server::Connection> {
+ public:
+  Connection(Server& server, tcp::socket socket, std::string client)
+      : server_(server),
+        socket_(std::move(socket)),
+        deadline_(server.io_),
+        client_(std::move(client)) {}
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
 
-Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  const std::string& client() const { return client_; }
+  std::span<const std::uint8_t> query() const { return {buffer_.data(), used_}; }
 
-Server::Server(const sockaddr_in& address)
-    : listener_(Listen(address)),
-      wake_(Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "cannot serve")) {}
-
-Server::~Server() { EndAll(); }
-
-sockaddr_in Server::address() const {
-  sockaddr_in address{};
-  socklen_t size = sizeof address;
-  Checked(getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size),
-          "cannot tell the port");
-  return address;
-}
-
-void Server::Run(int stop_fd, const Answerer& answerer, std::chrono::seconds connection_timeout) {
-  for (;;) {
-    // With all places taken, newcomers wait in the listener's queue; poll skips a negative number.
-    const bool has_place = connections_.size() < kMaxConnections;
-    std::array<pollfd, 3> watched = {pollfd{stop_fd, POLLIN, 0}, pollfd{wake_.get(), POLLIN, 0},
-                                     pollfd{has_place ? listener_.get() : -1, POLLIN, 0}};
-    const int ready = poll(watched.data(), watched.size(), MillisecondsToDeadline());
-    if (ready < 0 && errno != EINTR) ThrowErrno("cannot wait for connections");
-    if (ready > 0 && watched[0].revents != 0) break;
-    if (ready > 0 && watched[2].revents != 0) Accept(answerer, connection_timeout);
-    EndOverdue();
-    ReapFinished();
+  void Start() {
+    started_ = std::chrono::steady_clock::now();
+    EndAt(started_ + std::min(server_.limits_.query, server_.limits_.connection));
+    Read(kShortestRead);
   }
-  EndAll();
+
+  // Send sends the messages of an answer and closes.
+  void Send(std::vector<Bytes> messages) {
+    if (is_closed_) return;
+    answer_ = std::move(messages);
+    std::vector<asio::const_buffer> buffers;
+    for (const Bytes& message : answer_) {
+      buffers.emplace_back(message.data(), message.size());
+      unsent_ += message.size();
+    }
+    server_.unsent_ += unsent_;
+    EndAt(started_ + server_.limits_.connection);
+    asio::async_write(socket_, buffers,
+                      [self = shared_from_this()](const asio::error_code& error, std::size_t) {
+                        self->Sent(error);
+                      });
+  }
+
+  // Drop closes without an answer.
+  void Drop() {
+    if (!is_closed_) Finish();
+  }
+
+  void Close() {
+    if (std::exchange(is_closed_, true)) return;
+    asio::error_code ignored;
+    socket_.close(ignored);
+    deadline_.cancel();
+    server_.unsent_ -= unsent_;
+    server_.Closed(*this);
+  }
+
+ private:
+  static constexpr std::uint32_t kShortestRead = 12;
+
+  // EndAt lets the connection last until then; it replaces what was said before.
+  void EndAt(std::chrono::steady_clock::time_point end) {
+    deadline_.expires_at(end);
+    deadline_.async_wait([weak = weak_from_this()](const asio::error_code& error) {
+      const ConnectionPtr self = weak.lock();
+      if (error || self == nullptr || self->is_closed_) return;
+      self->server_.bad_peers_.Log(VT_LOG_WARN, self->client_ + " took too long");
+      self->Close();
+    });
+  }
+
+  // Read reads until the buffer holds so many bytes, and no byte more: what follows the query stays
+  // where it is.
+  void Read(std::uint32_t end) {
+    socket_.async_read_some(
+        asio::buffer(buffer_.data() + used_, end - used_),
+        [self = shared_from_this()](const asio::error_code& error, std::size_t got) {
+          self->Received(error, got);
+        });
+  }
+
+  void Received(const asio::error_code& error, std::size_t got) {
+    if (is_closed_) return;
+    used_ += got;
+    std::uint32_t length = 0;
+    const int framed =
+        vtn_frame_message(buffer_.data(), static_cast<std::uint32_t>(used_), &length);
+    if (error || framed < 0) {
+      server_.bad_peers_.Log(VT_LOG_INFO, client_ + " sent no whole message");
+      Finish();
+    } else if (framed == 0) {
+      Read(length);
+    } else {
+      deadline_.cancel();
+      server_.Enqueue(shared_from_this());
+    }
+  }
+
+  void Sent(const asio::error_code& error) {
+    if (is_closed_) return;
+    if (error) {
+      server_.bad_peers_.Log(VT_LOG_WARN, client_ + " did not take the whole answer");
+      Close();
+    } else {
+      Log(VT_LOG_INFO, client_ + " got " + std::to_string(answer_.size()) + " messages");
+      Finish();
+    }
+  }
+
+  // Finish ends the stream. Closing a socket with unread data would reset the connection, and the
+  // client would lose the answer.
+  void Finish() {
+    asio::error_code error;
+    socket_.shutdown(tcp::socket::shutdown_send, error);
+    socket_.non_blocking(true, error);
+    std::array<char, 4096> scrap;
+    constexpr int kMostRounds = 16;
+    for (int round = 0; round < kMostRounds && !error; ++round) {
+      if (socket_.read_some(asio::buffer(scrap), error) == 0) break;
+    }
+    Close();
+  }
+
+  Server& server_;
+  tcp::socket socket_;
+  asio::steady_timer deadline_;
+  const std::string client_;
+  std::chrono::steady_clock::time_point started_;
+  std::array<std::uint8_t, VT_MAX_PDU_SIZE> buffer_;
+  std::size_t used_ = 0;
+  std::vector<Bytes> answer_;
+  std::size_t unsent_ = 0;
+  bool is_closed_ = false;
+};
+
+Server::Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,
+               Answerer answerer)
+    : io_(io),
+      acceptor_(Listen(io, address)),
+      retry_(io),
+      limits_(limits),
+      answerer_(std::move(answerer)) {
+  Accept();
 }
 
-void Server::Accept(const Answerer& answerer, std::chrono::seconds connection_timeout) {
-  sockaddr_in client{};
-  socklen_t size = sizeof client;
-  Descriptor socket(
-      accept4(listener_.get(), reinterpret_cast<sockaddr*>(&client), &size, SOCK_CLOEXEC));
-  if (socket.get() < 0) {
-    Log(VT_LOG_WARN, std::string("accept: ") + std::strerror(errno));
-    return;
-  }
-  Connection& connection = connections_.emplace_back(std::move(socket), EndpointText(client),
-                                                     Clock::now() + connection_timeout);
-  try {
-    connection.thread =
-        std::thread([this, &connection, &answerer] { Serve(connection, answerer); });
-  } catch (const std::system_error& error) {
-    Log(VT_LOG_ERROR, connection.client + " cannot be served: " + error.what());
-    connections_.pop_back();
-  }
+Server::~Server() { Stop(); }
+
+sockaddr_in Server::address() const { return SystemAddress(acceptor_.local_endpoint()); }
+
+void Server::Stop() {
+  asio::error_code ignored;
+  acceptor_.close(ignored);
+  retry_.cancel();
+  asking_.clear();
+  for (Connection* connection : std::exchange(connections_, {})) connection->Close();
+  worker_.join();
 }
 
-void Server::Serve(Connection& connection, const Answerer& answerer) const {
-  try {
-    Converse(connection.socket.get(), connection.client, answerer);
-  } catch (const Rejected& reason) {
-    Log(VT_LOG_WARN, "dropped a message from " + connection.client + ": " + reason.what());
-  } catch (const std::exception& error) {
-    Log(VT_LOG_ERROR, "no answer to " + connection.client + ": " + error.what());
-  }
-  EndStream(connection.socket.get());
-  connection.done = true;
-  eventfd_write(wake_.get(), 1);
-}
-
-void Server::ReapFinished() {
-  eventfd_t ignored = 0;
-  eventfd_read(wake_.get(), &ignored);
-  std::erase_if(connections_, [](Connection& connection) {
-    if (!connection.done) return false;
-    connection.thread.join();
-    return true;
+void Server::Accept() {
+  if (is_accepting_ || !acceptor_.is_open() || connections_.size() >= limits_.connections) return;
+  is_accepting_ = true;
+  acceptor_.async_accept([this](const asio::error_code& error, tcp::socket socket) {
+    Accepted(error, std::move(socket));
   });
 }
 
-void Server::EndOverdue() {
-  const Clock::time_point now = Clock::now();
-  for (Connection& connection : connections_) {
-    if (connection.overdue || connection.done || connection.deadline > now) continue;
-    Log(VT_LOG_WARN, connection.client + " took too long");
-    connection.overdue = true;
-    shutdown(connection.socket.get(), SHUT_RDWR);
+void Server::Accepted(const asio::error_code& error, tcp::socket socket) {
+  if (error == asio::error::operation_aborted) return;
+  is_accepting_ = false;
+  if (error) return RetryAccept(error);
+  asio::error_code gone;
+  const tcp::endpoint client = socket.remote_endpoint(gone);
+  if (!gone) {
+    const auto connection =
+        std::make_shared<Connection>(*this, std::move(socket), EndpointText(SystemAddress(client)));
+    connections_.insert(connection.get());
+    connection->Start();
   }
+  Accept();
 }
 
-void Server::EndAll() {
-  for (Connection& connection : connections_) shutdown(connection.socket.get(), SHUT_RDWR);
-  for (Connection& connection : connections_) connection.thread.join();
-  connections_.clear();
+// Without descriptors, accepting anew at once would fail at once.
+void Server::RetryAccept(const asio::error_code& error) {
+  constexpr std::chrono::milliseconds kPause{100};
+  bad_peers_.Log(VT_LOG_WARN, "accept: " + error.message());
+  is_accepting_ = true;
+  retry_.expires_after(kPause);
+  retry_.async_wait([this](const asio::error_code& cancelled) {
+    if (cancelled) return;
+    is_accepting_ = false;
+    Accept();
+  });
 }
 
-int Server::MillisecondsToDeadline() const {
-  constexpr int no_limit = -1;
-  Clock::time_point next = Clock::time_point::max();
-  for (const Connection& connection : connections_) {
-    if (!connection.overdue) next = std::min(next, connection.deadline);
-  }
-  if (next == Clock::time_point::max()) return no_limit;
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now()).count();
-  return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT_MAX));
+void Server::Closed(Connection& connection) {
+  connections_.erase(&connection);
+  Accept();
+  AnswerNext();
+}
+
+void Server::Enqueue(ConnectionPtr connection) {
+  asking_.push_back(std::move(connection));
+  AnswerNext();
+}
+
+void Server::AnswerNext() {
+  if (is_answering_ || asking_.empty() || unsent_ > limits_.unsent) return;
+  is_answering_ = true;
+  asio::post(worker_, [this, connection = std::move(asking_.front())] {
+    std::vector<Bytes> answer;
+    try {
+      answer = answerer_(connection->query());
+    } catch (const Rejected& reason) {
+      bad_peers_.Log(VT_LOG_WARN,
+                     "dropped a message from " + connection->client() + ": " + reason.what());
+    } catch (const std::exception& error) {
+      Log(VT_LOG_ERROR, "no answer to " + connection->client() + ": " + error.what());
+    }
+    asio::post(io_, [this, connection, answer = std::move(answer)]() mutable {
+      is_answering_ = false;
+      answer.empty() ? connection->Drop() : connection->Send(std::move(answer));
+      AnswerNext();
+    });
+  });
+  asking_.pop_front();
 }
 
 }  // namespace vt::node

@@ -1,49 +1,46 @@
-// The network side: accepts connections, reads one message from each, sends the answer and closes.
-// Each connection has a thread of its own, their number is bounded, and so is the time that one may
-// last: a client that stalls can block neither the others nor the end of the program.
+// The network side: an event loop that accepts connections, reads one message from each, sends the
+// answer and closes. What a peer can take is bounded: the number of connections, the time that its
+// query and the whole connection may last, the bytes read, and the bytes that wait to be sent.
 #ifndef VT_NODE_SERVER_H_
 #define VT_NODE_SERVER_H_
 
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <asio/steady_timer.hpp>
+#include <asio/thread_pool.hpp>
 #include <netinet/in.h>
 
-#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
-#include <list>
+#include <memory>
 #include <span>
-#include <string>
-#include <thread>
+#include <unordered_set>
 #include <vector>
 
+#include "node/log.h"
 #include "node/reply_packer.h"
 
 namespace vt::node {
 
-// Descriptor owns a file descriptor.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor();
-  Descriptor(Descriptor&& other) noexcept;
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  int get() const { return fd_; }
-
- private:
-  int fd_;
+struct ServerLimits {
+  std::size_t connections = 1024;  // more wait in the queue of the listener
+  std::chrono::milliseconds query{5000};
+  std::chrono::milliseconds connection{10000};
+  std::size_t unsent = std::size_t{64} << 20;  // bytes of answers; beyond, queries wait
 };
 
 class Server {
  public:
   // Answerer turns a message into the messages that answer it, or throws Rejected. It is called on
-  // several threads at once.
+  // one thread, which is not that of the loop: an answer of many devices holds nobody up.
   using Answerer = std::function<std::vector<Bytes>(std::span<const std::uint8_t>)>;
 
-  // Server listens. It throws std::system_error when it cannot.
-  explicit Server(const sockaddr_in& address);
+  // Server listens, and serves while io runs. It throws std::system_error when it cannot listen.
+  Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,
+         Answerer answerer);
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
@@ -51,35 +48,32 @@ class Server {
   // address is where it listens, with the port that the system chose.
   sockaddr_in address() const;
 
-  // Run serves until stop_fd becomes readable.
-  void Run(int stop_fd, const Answerer& answerer, std::chrono::seconds connection_timeout);
+  // Stop closes the listener and all connections, so that io has nothing left to do.
+  void Stop();
 
  private:
-  using Clock = std::chrono::steady_clock;
+  class Connection;
+  using ConnectionPtr = std::shared_ptr<Connection>;
 
-  // Connection belongs to the thread of Run; the thread that serves it touches done only.
-  struct Connection {
-    Connection(Descriptor accepted, std::string name, Clock::time_point end)
-        : socket(std::move(accepted)), client(std::move(name)), deadline(end) {}
+  void Accept();
+  void Accepted(const asio::error_code& error, asio::ip::tcp::socket socket);
+  void RetryAccept(const asio::error_code& error);
+  void Closed(Connection& connection);
+  void Enqueue(ConnectionPtr connection);
+  void AnswerNext();
 
-    Descriptor socket;
-    std::string client;
-    Clock::time_point deadline;
-    bool overdue = false;
-    std::atomic<bool> done = false;
-    std::thread thread;
-  };
-
-  void Accept(const Answerer& answerer, std::chrono::seconds connection_timeout);
-  void Serve(Connection& connection, const Answerer& answerer) const;
-  void ReapFinished();
-  void EndOverdue();
-  void EndAll();
-  int MillisecondsToDeadline() const;
-
-  Descriptor listener_;
-  Descriptor wake_;  // becomes readable when a connection is done
-  std::list<Connection> connections_;
+  asio::io_context& io_;
+  asio::ip::tcp::acceptor acceptor_;
+  asio::steady_timer retry_;
+  const ServerLimits limits_;
+  const Answerer answerer_;
+  RateLimit bad_peers_;
+  std::unordered_set<Connection*> connections_;
+  std::deque<ConnectionPtr> asking_;  // with a query that waits for its answer
+  std::size_t unsent_ = 0;
+  bool is_accepting_ = false;
+  bool is_answering_ = false;
+  asio::thread_pool worker_{1};  // last: it ends before what it calls
 };
 
 }  // namespace vt::node

@@ -102,6 +102,14 @@ int vtn_read_tcp_message(int fd, void* buf, std::int32_t size, struct sockaddr_i
   }
 }
 
+int vtn_frame_message(const void* bytes, std::uint32_t size, std::uint32_t* length) {
+  const vt::transport::Frame frame =
+      vt::transport::FrameOf({static_cast<const std::uint8_t*>(bytes), size});
+  if (frame.part == FramePart::kOverSize) return -1;
+  *length = static_cast<std::uint32_t>(frame.end);
+  return frame.part == FramePart::kNothing ? 1 : 0;
+}
+
 int vtn_read_udp_message(int fd, void* buf, std::int32_t size) {
   const std::size_t room = size > 0 ? static_cast<std::size_t>(size) : 0;
   const int got = static_cast<int>(recvfrom(fd, buf, room, 0, nullptr, nullptr));

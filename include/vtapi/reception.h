@@ -1,7 +1,7 @@
 /*
- * Reading whole messages, and waiting for them or for connections. All calls block the caller's
- * thread; there is no time-out inside a message, so a peer that stalls after its first bytes blocks
- * the read. Descriptors may have any number.
+ * Reading whole messages, and waiting for them or for connections. All calls but vtn_frame_message
+ * block the caller's thread; there is no time-out inside a message, so a peer that stalls after its
+ * first bytes blocks the read. Descriptors may have any number.
  */
 #ifndef VTAPI_RECEPTION_H
 #define VTAPI_RECEPTION_H
@@ -26,6 +26,14 @@ typedef char vt_timeval_is_classic[sizeof(void*) != 4 || sizeof(struct timeval) 
  * smaller than the message is filled and its size returned. sender may be null and is never filled.
  */
 VT_API int vtn_read_tcp_message(int fd, void* buf, int32_t size, struct sockaddr_in* sender);
+
+/*
+ * vtn_frame_message looks at the first size bytes of a stream, however they were read: 1 when a
+ * whole message is there, whose length is stored at *length; 0 when more is needed, of which
+ * *length tells how many bytes to have before looking again, 12 to 1400; -1, with *length
+ * untouched, for a message of more than 1400 bytes.
+ */
+VT_API int vtn_frame_message(const void* bytes, uint32_t size, uint32_t* length);
 
 /* vtn_read_udp_message reads one datagram of up to size bytes; the result is that of recvfrom. */
 VT_API int vtn_read_udp_message(int fd, void* buf, int32_t size);

@@ -694,6 +694,7 @@ static void streams(void) {
 static void datagrams(void) {
   struct sockaddr_in address;
   socklen_t size = sizeof address;
+  uint32_t needed = 0;
   uint8_t buf[16];
   const int receiver = createUdpSocket(0);
   const int sender = socket(AF_INET, SOCK_DGRAM, 0);
@@ -704,6 +705,7 @@ static void datagrams(void) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   CHECK(sendto(sender, "abc", 3, 0, (struct sockaddr*)&address, sizeof address) == 3);
   CHECK(vtn_read_udp_message(receiver, buf, sizeof buf) == 3);
+  CHECK(vtn_frame_message(buf, 3, &needed) == 0 && needed == 12);
   CHECK(memcmp(buf, "abc", 3) == 0);
   CHECK(closeSocket(sender) == 0);
   CHECK(closeSocket(receiver) == 0);

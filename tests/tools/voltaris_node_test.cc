@@ -450,10 +450,82 @@ TEST(VoltarisNode, ASilentClientIsDisconnected) {
 }
 
 TEST(VoltarisNode, MoreConnectionsThanItServesAtOnceWaitTheirTurn) {
-  KeyedNode node(TwoLamps(), {"--connection-timeout", "1"});
+  KeyedNode node(TwoLamps(), {"--connection-timeout", "1", "--max-connections", "3"});
   std::vector<PeerConnection> silent;
-  for (int i = 0; i < 70; ++i) silent.push_back(node->Connect());
+  for (int i = 0; i < 7; ++i) silent.push_back(node->Connect());
   EXPECT_EQ(node.Exchange(CollectImage().Signed(KeyBytes())).size(), 2u);
+}
+
+TEST(VoltarisNode, AThousandIdleConnectionsHoldNobodyUp) {
+  KeyedNode node(TwoLamps());
+  std::vector<PeerConnection> idle;
+  for (int i = 0; i < 1000; ++i) idle.push_back(node->Connect());
+  EXPECT_EQ(node.Exchange(CollectImage().Signed(KeyBytes())).size(), 2u);
+}
+
+TEST(VoltarisNode, BadPeersAreLoggedAFewTimesASecond) {
+  KeyedNode node(TwoLamps());
+  constexpr int kMany = 3000;
+  const Bytes forged = CollectImage().Signed(Bytes(20, 9));
+  for (int i = 0; i < kMany; ++i) EXPECT_TRUE(node.Exchange(forged).empty());
+  const Outcome outcome = node->Stop();
+  EXPECT_EQ(outcome.exit_code, 0);
+  const auto lines = std::ranges::count(outcome.err, '\n');
+  EXPECT_GT(lines, 5);
+  EXPECT_LT(lines, kMany / 2) << "of " << kMany;
+}
+
+TEST(VoltarisNode, AClientThatDoesNotReadIsCutOffWithoutHoldingUpOthers) {
+  KeyedNode node(ManyDevices(3000), {"--connection-timeout", "2"});
+  PeerConnection deaf = node->Connect();
+  deaf.Send(CollectImage().Signed(KeyBytes()));
+  EXPECT_GT(node.Exchange(CollectImage().Signed(KeyBytes())).size(), 100u);
+  EXPECT_EQ(node->Stop().exit_code, 0);
+}
+
+TEST(VoltarisNode, ReadsItsConfigurationAndItsKeyAgainOnSighup) {
+  const TempFolder folder;
+  const std::string config = folder.Write("fleet.toml", TwoLamps());
+  const std::string key = folder.Write("key", kKeyHex);
+  Program node("voltaris-node", {"--config", config, "--listen", "127.0.0.1:0", "--key-file", key,
+                                 "--log-level", "info"});
+  const std::string line = node.ReadLine();
+  const std::string address = line.substr(line.rfind(' ') + 1);
+  const auto rows = [&](const std::string& with) {
+    const Outcome outcome = Voltaris(
+        {"collect", "-o", "json", "--domain", "test", "--node", address, "--key-file", with});
+    return outcome.exit_code == 0 ? outcome.json()["rows"].size() : 0;
+  };
+  EXPECT_EQ(rows(key), 2u);
+  folder.Write("fleet.toml", ManyDevices(5));
+  folder.Write("key", std::string(40, '7'));
+  node.Signal(SIGHUP);
+  const std::string other = folder.Write("other", std::string(40, '7'));
+  while (rows(other) != 5u) {
+    // Until the signal has arrived.
+  }
+  folder.Write("fleet.toml", "[node");
+  node.Signal(SIGHUP);
+  EXPECT_EQ(rows(other), 5u) << "the old one is kept";
+  node.Signal(SIGTERM);
+  const Outcome outcome = node.Finish();
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_NE(outcome.err.find("the configuration stays as it was"), std::string::npos);
+  EXPECT_NE(outcome.err.find("read the configuration and the key again"), std::string::npos);
+}
+
+TEST(VoltarisNode, ChecksAConfigurationWithoutServing) {
+  const TempFolder folder;
+  const Outcome good = Program("voltaris-node", {"--check-config", "--config",
+                                                 folder.Write("good.toml", TwoLamps())})
+                           .Finish();
+  EXPECT_EQ(good.exit_code, 0);
+  EXPECT_NE(good.out.find("2 entities"), std::string::npos);
+  const Outcome bad =
+      Program("voltaris-node", {"--check-config", "--config", folder.Write("bad.toml", "[node\n")})
+          .Finish();
+  EXPECT_EQ(bad.exit_code, 2);
+  EXPECT_NE(bad.err.find("bad.toml:1:"), std::string::npos) << bad.err;
 }
 
 TEST(VoltarisNode, AClientThatResetsIsSurvived) {

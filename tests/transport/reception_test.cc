@@ -282,6 +282,42 @@ TEST(ReadTcpMessage, VariablePartThatExceedsTheLimitIsRefusedAfterTheFirstHeader
   }
 }
 
+struct Framed {
+  int result;
+  std::uint32_t length;
+
+  bool operator==(const Framed&) const = default;
+};
+
+Framed FrameOf(const Bytes& bytes) {
+  const GuardedBytes guarded(bytes);
+  Framed framed = {7, 77};
+  framed.result =
+      vtn_frame_message(guarded.data(), static_cast<std::uint32_t>(bytes.size()), &framed.length);
+  return framed;
+}
+
+TEST(FrameMessage, TellsHowManyBytesToHaveBeforeLookingAgain) {
+  const Bytes message = Message(123);
+  for (std::size_t size = 0; size <= message.size(); ++size) {
+    const std::uint32_t needed = size < 12 ? 12 : size < 80 ? 80 : 123;
+    EXPECT_EQ(FrameOf(Head(message, size)), (Framed{size == 123 ? 1 : 0, needed})) << size;
+  }
+}
+
+TEST(FrameMessage, LeavesWhatFollowsAlone) {
+  EXPECT_EQ(FrameOf(Message(123) + Bytes(50)), (Framed{1, 123}));
+  EXPECT_EQ(FrameOf(Message(1400)), (Framed{1, 1400}));
+}
+
+TEST(FrameMessage, RefusesWhatIsTooLongAsSoonAsItsHeadersTell) {
+  EXPECT_EQ(FrameOf(Head(Message(1401), 79)), (Framed{0, 80}));
+  EXPECT_EQ(FrameOf(Head(Message(1401), 80)), (Framed{-1, 77}));
+  EXPECT_EQ(FrameOf(Hex("10*00") + U16(1340)), (Framed{0, 1400}));
+  EXPECT_EQ(FrameOf(Hex("10*00") + U16(1341)), (Framed{-1, 77}));
+  EXPECT_EQ(FrameOf(Hex("10*00") + U16(65535)), (Framed{-1, 77}));
+}
+
 TEST(ReadTcpMessage, CloseBeforeAnyByteIsZero) {
   ConnectedPair pair;
   pair.far().Close();

@@ -863,6 +863,8 @@ void CoverTransport() {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   ASSERT_EQ(sendto(bound, "abc", 3, 0, reinterpret_cast<sockaddr*>(&address), sizeof address), 3);
   EXPECT_EQ(QUIET(vtn_read_udp_message, receiver, buf, buf_size), 3);
+  std::uint32_t needed = 0;
+  EXPECT_EQ(QUIET(vtn_frame_message, buf, 3u, &needed), 0);
   QUIET(closeSocket, bound);
   QUIET(closeSocket, receiver);
   QUIET(vtn_getErrorCode);
