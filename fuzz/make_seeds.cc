@@ -301,6 +301,7 @@ void WriteSeeds(const fs::path& folder) {
   AddMessages(SeedFolder(folder / "fold"));
   AddExchanges(SeedFolder(folder / "fold"));
   AddStreams(SeedFolder(folder / "framing"));
+  AddStreams(SeedFolder(folder / "collection"));
   AddFilters(SeedFolder(folder / "filters_and_names"));
   AddCodecCalls(SeedFolder(folder / "codec_calls"));
 }
