@@ -27,3 +27,15 @@ endfunction()
 
 vtapi_import(crypto openssl/sha.h libcrypto.so.3)
 vtapi_import(uuid uuid/uuid.h libuuid.so.1)
+
+# asio, without Boost: headers alone, which serve both word sizes.
+find_path(VTAPI_ASIO_INCLUDE asio.hpp REQUIRED)
+mark_as_advanced(VTAPI_ASIO_INCLUDE)
+add_library(vtapi_asio INTERFACE)
+add_library(vtapi::asio ALIAS vtapi_asio)
+target_include_directories(vtapi_asio SYSTEM INTERFACE "${VTAPI_ASIO_INCLUDE}")
+target_compile_definitions(vtapi_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# The thread sanitizer does not know fences, of which g++ warns. asio has some beside its locks.
+target_compile_options(
+  vtapi_asio
+  INTERFACE $<$<AND:$<STREQUAL:${VTAPI_SANITIZE},thread>,$<CXX_COMPILER_ID:GNU>>:-Wno-tsan>)

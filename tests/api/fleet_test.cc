@@ -1,11 +1,9 @@
 // Many collections in one thread: turns, limits, callbacks, lack of descriptors and of memory.
 #include "vtapi/fleet.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -497,9 +495,10 @@ TEST(Fleet, WithoutADescriptorIsNone) {
                                  "files)"}}));
 }
 
-// A process that was forked while a collection ran keeps its socket open, so that closing it here
-// is not the end of it: what then still happens on it must not reach what was released.
-TEST(Fleet, IsNotToldOfWhatAForkedProcessHolds) {
+// A process that was forked while a collection ran keeps its socket open, as does a second
+// descriptor, so that closing it here is not the end of it: what then still happens on it must not
+// reach what was released.
+TEST(Fleet, IsNotToldOfASocketThatIsOpenElsewhere) {
   ScriptedPeer peer([](PeerConnection& c) {
     c.Send(UsageOf("lamp"));
     c.WaitForClose();
@@ -509,24 +508,13 @@ TEST(Fleet, IsNotToldOfWhatAForkedProcessHolds) {
   (void)voltaris_stepFleet(ships.fleet.get());
   pollfd connection = {voltaris_getCollectionDescriptor(c), POLLIN, 0};
   ASSERT_EQ(poll(&connection, 1, -1), 1);
-  std::array<int, 2> held{};
-  ASSERT_EQ(pipe2(held.data(), O_CLOEXEC), 0);
-  const pid_t child = fork();
-  if (child == 0) {
-    char end = 0;
-    close(held[1]);
-    _exit(read(held[0], &end, 1) == 0 ? 0 : 1);  // until this process lets go
-  }
+  const int held = dup(voltaris_getCollectionDescriptor(c));
   voltaris_cancelCollection(c);
   EXPECT_EQ(TakeAll(ships.fleet.get()), Outcomes{VT_COLLECTION_CANCELLED});
   pollfd watched = {voltaris_getFleetDescriptor(ships.fleet.get()), POLLIN, 0};
-  EXPECT_EQ(voltaris_stepFleet(ships.fleet.get()), 0);
   EXPECT_EQ(poll(&watched, 1, 0), 0);
-  close(held[1]);
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
-  close(held[0]);
+  EXPECT_EQ(voltaris_stepFleet(ships.fleet.get()), 0);
+  close(held);
 }
 
 TEST(Fleet, ReleasedAtAnyPointLeavesNothingBehind) {

@@ -12,6 +12,7 @@
 
 #include "tests/api/api_support.h"
 #include "tests/harness/faults.h"
+#include "tests/harness/note.h"
 #include "tests/harness/sanitizers.h"
 
 namespace {
@@ -130,7 +131,7 @@ TEST(RowStore, WithoutMemoryKeepsTheRowsThatItHasInOrder) {
   std::size_t failures = 0;
 #ifdef VT_SANITIZER
   constexpr std::size_t kStep = 5;  // sanitizers take their time
-  std::cout << "every fifth case\n";
+  Note() << "every fifth case\n";
 #else
   constexpr std::size_t kStep = 1;
 #endif
@@ -175,7 +176,7 @@ TEST(RowStore, WithoutMemoryKeepsTheRowsThatItHasInOrder) {
       }
     });
   }
-  std::cout << failures << " allocations failed in turn\n";
+  Note() << failures << " allocations failed in turn\n";
   EXPECT_GT(failures, 300u / kStep);
 }
 

@@ -8,13 +8,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iostream>
 #include <string>
 #include <vector>
 
 #include "vtapi.h"
 
 #include "tests/harness/guard.h"
+#include "tests/harness/note.h"
 #include "tests/trust/trust_support.h"
 
 namespace {
@@ -129,7 +129,7 @@ class Guarded {
 };
 
 void Report(const Guarded& guarded, const char* what) {
-  std::cout << guarded.dropped() << " " << what << ", none accepted\n";
+  Note() << guarded.dropped() << " " << what << ", none accepted\n";
 }
 
 TEST(Authentication, EverySingleBitFlipOfEveryMessageIsDetected) {
@@ -270,7 +270,7 @@ TEST(Authentication, TheUnsignedFirst12BytesAreTakenByTheirOwnRules) {
       }
     }
   }
-  std::cout << tried << " values of the security header taken by their rules\n";
+  Note() << tried << " values of the security header taken by their rules\n";
 }
 
 // Forgeries are what can be made of a signed message without its key.
@@ -358,7 +358,7 @@ TEST(Authentication, OfARunningCollectionCountsTheSignedMessagesAlone) {
   EXPECT_EQ(result->ack_count, 2);
   EXPECT_EQ(result->nak_count, 0);
   EXPECT_EQ(result->rows.depth, expected.result()->rows.depth);
-  std::cout << forged << " forgeries between " << kRounds + 1 << " signed messages\n";
+  Note() << forged << " forgeries between " << kRounds + 1 << " signed messages\n";
 }
 
 TEST(Authentication, TheDigestOfOneMessageDoesNotServeAnother) {
@@ -450,7 +450,7 @@ TEST(Authentication, TheComparisonReadsThe20BytesOfTheDigestAndNoOthers) {
     BehindPage behind(digest);
     ExpectAllOf20Decide(behind.data(), message);
   }
-  std::cout << 2 * kDigestSize * 255 << " wrong digests beside inaccessible pages, none accepted\n";
+  Note() << 2 * kDigestSize * 255 << " wrong digests beside inaccessible pages, none accepted\n";
 }
 
 // Path is the addresses of all instructions that a call executed. The processor stops after each
@@ -544,8 +544,8 @@ TEST(Authentication, TheComparisonTakesTheSamePathWhereverTheDigestsDiffer) {
   EXPECT_GT(first_path.size(), 100u);
   std::copy(good.begin(), good.end(), wire.begin());
   EXPECT_TRUE(verifier.Accepts());
-  std::cout << all_wrong.size() << " wrong digests, the same " << first_path.size()
-            << " instructions for each\n";
+  Note() << all_wrong.size() << " wrong digests, the same " << first_path.size()
+         << " instructions for each\n";
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include "vtapi.h"
 
+#include "tests/harness/note.h"
 #include "tests/trust/error_numbers.h"
 #include "tests/trust/exchange_support.h"
 #include "tests/trust/trust_support.h"
@@ -250,7 +251,7 @@ TEST(CollectionFaults, ShortSendsAndReadsAtEveryByteLoseNothing) {
     });
     EXPECT_EQ(RunAlone(kNoPort, {}), (Ending{VT_COLLECTION_COMPLETE, 0, 2}));
   }
-  std::cout << cuts << " cuts\n";
+  Note() << cuts << " cuts\n";
 }
 
 }  // namespace

@@ -4,8 +4,9 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <iostream>
 #include <optional>
+
+#include "tests/harness/note.h"
 
 namespace vt::testing {
 
@@ -52,7 +53,7 @@ inline constexpr int kEpollErrors[] = {EINVAL, EMFILE, ENFILE, ENOMEM};
 
 template <std::size_t kCount>
 void Report(const char* call, const int (&)[kCount], const char* calls) {
-  std::cout << call << ": " << kCount << " error numbers in " << calls << "\n";
+  Note() << call << ": " << kCount << " error numbers in " << calls << "\n";
 }
 
 template <class Result>

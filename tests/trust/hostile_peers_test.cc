@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <functional>
 #include <future>
-#include <iostream>
 #include <optional>
 #include <random>
 #include <set>
@@ -18,6 +17,7 @@
 
 #include "vtapi.h"
 
+#include "tests/harness/note.h"
 #include "tests/trust/exchange_support.h"
 #include "tests/trust/trust_support.h"
 
@@ -82,7 +82,7 @@ int WholeIn(std::size_t size) {
 
 // Every offset of a stream of this size, its end included, each many times.
 std::size_t Queries(std::size_t size) {
-  std::cout << size + 1 << " offsets, " << kTimes << " times\n";
+  Note() << size + 1 << " offsets, " << kTimes << " times\n";
   return (size + 1) * kTimes;
 }
 std::size_t Offset(std::size_t query, std::size_t size) { return query % (size + 1); }
@@ -91,7 +91,7 @@ TEST(HostilePeer, ThatSendsItsHeadersByteByByteLosesNothing) {
   const LogCapture quiet(kSilent);
   const Bytes one = UsageReply("lamp", 1, 11);
   constexpr int kMessages = 30;
-  std::cout << kMessages * kTimes << " messages\n";
+  Note() << kMessages * kTimes << " messages\n";
   Hostile hostile(kTimes, [&](PeerConnection& c, std::size_t) {
     for (int i = 0; i < kMessages; ++i) {
       c.SendInPieces(Head(one, kTlvAreaOffset), 1);
@@ -164,7 +164,7 @@ class AfterConnecting : public ConnectHook {
 
 TEST(HostilePeer, ThatClosesAndResetsBeforeTheQueryIsSentKillsNobody) {
   constexpr std::size_t kQueries = 20 * kTimes;
-  std::cout << kQueries << " times\n";
+  Note() << kQueries << " times\n";
   const NoSignal no_signal;
   ScriptedPeer peer(
       [](PeerConnection& c) {
@@ -192,7 +192,7 @@ TEST(HostilePeer, ThatClosesAndResetsBeforeTheQueryIsSentKillsNobody) {
 
 TEST(HostilePeer, ThatOnlyResetsBeforeTheQueryIsSentKillsNobody) {
   constexpr std::size_t kQueries = 20 * kTimes;
-  std::cout << kQueries << " times\n";
+  Note() << kQueries << " times\n";
   const NoSignal no_signal;
   ScriptedPeer peer([](PeerConnection& c) { c.Reset(); }, kQueries);
   const AfterConnecting after_reset(0);
@@ -212,7 +212,7 @@ TEST(HostilePeer, ThatOnlyResetsBeforeTheQueryIsSentKillsNobody) {
 
 TEST(HostilePeer, ThatClosesBeforeTheQueryIsSentGivesAnEmptyResult) {
   constexpr std::size_t kQueries = 20 * kTimes;
-  std::cout << kQueries << " times\n";
+  Note() << kQueries << " times\n";
   const LogCapture quiet(kSilent);
   const NoSignal no_signal;
   ScriptedPeer peer([](PeerConnection&) {}, kQueries);
@@ -242,13 +242,13 @@ TEST(HostilePeer, ThatSendsUrgentBytesAtAnyOffsetLosesNothing) {
     EXPECT_EQ(result.error_code, 0);
     EXPECT_EQ(result.answers_received, 2);
   });
-  std::cout << stream.size() + 1 << " offsets\n";
+  Note() << stream.size() + 1 << " offsets\n";
 }
 
 TEST(HostilePeer, ThatSendsGarbageIsNeverBelieved) {
   const LogCapture quiet(kSilent);
   constexpr std::size_t kStreams = 100 * kTimes;
-  std::cout << kStreams << " streams\n";
+  Note() << kStreams << " streams\n";
   std::mt19937 random(20240229);
   std::vector<Bytes> streams;
   for (std::size_t i = 0; i < kStreams; ++i) {
@@ -331,14 +331,14 @@ TEST(HostilePeer, ThatLiesAboutLengthsIsReadAsItSaysOrNotAtAll) {
       ++pairs;
     }
   }
-  std::cout << pairs << " pairs of lengths\n";
+  Note() << pairs << " pairs of lengths\n";
 }
 
 // No count limits what is taken.
 TEST(HostilePeer, ThatSendsAHundredThousandValidRepliesIsHeardOut) {
   const LogCapture quiet(kSilent);
   constexpr int kReplies = 100000;
-  std::cout << kReplies << " replies\n";
+  Note() << kReplies << " replies\n";
   Bytes many;
   for (int i = 0; i < 100; ++i) many = std::move(many) + UsageReply("lamp", 1, 11);
   Hostile hostile(1, [&](PeerConnection& c, std::size_t) {
@@ -372,7 +372,7 @@ TEST(HostilePeer, ThatRepliesToAnotherQueryIsBelievedOnlyWithTheKey) {
     EXPECT_EQ(result.events.depth, 3);
     EXPECT_EQ(result.row_count, 1);
   });
-  std::cout << "5 messages, " << kTimes << " times\n";
+  Note() << "5 messages, " << kTimes << " times\n";
 }
 
 // Elements of 12 bytes have no value: of every type there is and some there are not.
@@ -415,7 +415,7 @@ TEST(HostilePeer, ThatSendsElementsOf12BytesOfEveryTypeMakesNoRows) {
     EXPECT_EQ(result.nak_count, 0);
     EXPECT_EQ(result.domain, nullptr);
   });
-  std::cout << messages << " messages, " << kTimes << " times\n";
+  Note() << messages << " messages, " << kTimes << " times\n";
 }
 
 TEST(HostilePeer, ThatSendsElementsOf12BytesAmongGoodOnesLosesOnlyThose) {
@@ -433,7 +433,7 @@ TEST(HostilePeer, ThatSendsElementsOf12BytesAmongGoodOnesLosesOnlyThose) {
     EXPECT_EQ(result.answers_received, messages);
     EXPECT_EQ(result.row_count, 2);
   });
-  std::cout << messages << " messages, " << kTimes << " times\n";
+  Note() << messages << " messages, " << kTimes << " times\n";
 }
 
 // The other kinds of queries fold what they get in other ways.
@@ -489,7 +489,7 @@ TEST(HostilePeer, ThatClaimsMoreEntriesThanItSendsIsDroppedBeforeAnythingIsAlloc
       }
     }
   }
-  std::cout << messages << " messages dropped\n";
+  Note() << messages << " messages dropped\n";
 }
 
 TEST(HostilePeer, WithHostileEntryCountsDoesNotSpoilTheGoodReplyBehind) {
@@ -520,7 +520,7 @@ TEST(HostilePeer, WithHostileEntryCountsDoesNotSpoilTheGoodReplyBehind) {
     EXPECT_EQ(result.nak_count, 0);
     EXPECT_EQ(result.row_count, 1);
   });
-  std::cout << messages << " messages, " << kTimes << " times\n";
+  Note() << messages << " messages, " << kTimes << " times\n";
 }
 
 TEST(HostilePeer, ThatStaysSilentBetweenMessagesIsWaitedForOnce) {
@@ -575,7 +575,7 @@ TEST(HostilePeer, ThatFallsSilentAtAnyOffsetFindsTheCollectionAsleep) {
     EXPECT_EQ(polls.calls(), 3 * collections);
     EXPECT_EQ(reads.calls(), 7 * collections);
   });
-  std::cout << collections << " offsets\n";
+  Note() << collections << " offsets\n";
 }
 
 TEST(HostilePeer, ThatNeverSpeaksEndsTheCollectionWhenTheWaitIsOver) {

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <set>
@@ -24,6 +23,7 @@
 #include "vtapi.h"
 
 #include "tests/harness/guard.h"
+#include "tests/harness/note.h"
 #include "tests/trust/trust_support.h"
 
 namespace {
@@ -1240,12 +1240,12 @@ TEST(OutOfMemory, EveryExportedCallFailsAsStatedOrAllocatesNothing) {
       cover();
     }
     if (HasFailure()) return;
-    std::cout << name << ": " << failed_in_turn << " allocations failed in turn\n";
+    Note() << name << ": " << failed_in_turn << " allocations failed in turn\n";
     all += failed_in_turn;
   }
   EXPECT_EQ(covered, ExportedNames());
-  std::cout << covered.size() << " exported calls, " << all
-            << " allocations failed in turn, once and from there on\n";
+  Note() << covered.size() << " exported calls, " << all
+         << " allocations failed in turn, once and from there on\n";
 }
 
 }  // namespace

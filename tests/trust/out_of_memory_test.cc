@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <iostream>
 #include <map>
 #include <mutex>
 #include <string>
@@ -18,6 +17,7 @@
 
 #include "vtapi.h"
 
+#include "tests/harness/note.h"
 #include "tests/trust/trust_support.h"
 
 namespace {
@@ -869,8 +869,8 @@ class ExchangeSweep {
 void Sweep(Failing failing, Kind kind, std::vector<Letter> stream, std::size_t least) {
   ExchangeSweep sweep(std::move(kind), std::move(stream));
   const std::size_t failed = sweep.Run(failing);
-  std::cout << failed << " allocations failed in turn"
-            << (failing == Failing::kFromThereOn ? ", with all that follow\n" : "\n");
+  Note() << failed << " allocations failed in turn"
+         << (failing == Failing::kFromThereOn ? ", with all that follow\n" : "\n");
   EXPECT_GE(failed, least);
 }
 

@@ -17,7 +17,6 @@
 #include <deque>
 #include <functional>
 #include <future>
-#include <iostream>
 #include <iterator>
 #include <optional>
 #include <set>
@@ -28,6 +27,7 @@
 
 #include "vtapi.h"
 
+#include "tests/harness/note.h"
 #include "tests/trust/error_numbers.h"
 #include "tests/trust/exchange_support.h"
 #include "tests/trust/trust_support.h"
@@ -245,7 +245,7 @@ TEST(SystemCalls, AShortSendAtEveryByteGivesTheBytesNotSent) {
     EXPECT_EQ(log.lines(), (Lines{{kWarn, "voltaris_execQuery: sent " + std::to_string(sent) +
                                               " bytes of pdu size 137"}}));
   }
-  std::cout << "send: " << kAskingSize << " short counts\n";
+  Note() << "send: " << kAskingSize << " short counts\n";
 }
 
 // FailingAfter lets reads fail once the given number of bytes has been read.
@@ -294,7 +294,7 @@ TEST(SystemCalls, EveryFailureOfAReadAtEveryByteEndsTheCollectionWithItsNumber) 
     }
   }
   Report("recvfrom", kReadErrors, "voltaris_queryResults");
-  std::cout << "recvfrom: " << cases << " collections that failed\n";
+  Note() << "recvfrom: " << cases << " collections that failed\n";
 }
 
 // The lines about reads of a message of 80 bytes of headers and a payload, of which the stream
@@ -354,7 +354,7 @@ TEST(SystemCalls, EveryFailureOfAReadAtEveryByteIsTheResultOfTheReaders) {
     }
   }
   Report("recvfrom", kReadErrors, "vtn_read_tcp_message, waitfor_tcp_message");
-  std::cout << "recvfrom: " << 2 * std::size(kReadErrors) * message.size() << " readings failed\n";
+  Note() << "recvfrom: " << 2 * std::size(kReadErrors) * message.size() << " readings failed\n";
 }
 
 TEST(SystemCalls, EveryFailureOfADatagramReadIsItsResult) {
@@ -389,7 +389,7 @@ TEST(SystemCalls, AShortReadAtEveryByteLosesNothing) {
     EXPECT_EQ(asking.result->answers_received, 2);
     EXPECT_EQ(RowNames(asking.result.get()), (std::vector<std::string>{"fan/2", "lamp/1"}));
   }
-  std::cout << "recvfrom: " << stream.size() + 1 << " short reads in a collection\n";
+  Note() << "recvfrom: " << stream.size() + 1 << " short reads in a collection\n";
 }
 
 TEST(SystemCalls, ShortReadsAtEveryPairOfBytesLoseNothing) {
@@ -412,7 +412,7 @@ TEST(SystemCalls, ShortReadsAtEveryPairOfBytesLoseNothing) {
       if (HasFailure()) return;
     }
   }
-  std::cout << "recvfrom: " << tried << " pairs of short reads\n";
+  Note() << "recvfrom: " << tried << " pairs of short reads\n";
 }
 
 TEST(SystemCalls, TheEndOfTheStreamAtEveryByteIsZero) {
@@ -552,8 +552,8 @@ TEST(SystemCalls, EveryFailureOfAWaitIsReportedByTheWaits) {
                                   std::to_string(error) + " (" + std::strerror(error) + ")"},
                      {kDebug, "waitfor_tcp_message: select (read) status -1 on fd 0"}}));
   }
-  std::cout << "poll: " << errors.size()
-            << " error numbers in waitfor_tcp_connect, waitfor_tcp_message\n";
+  Note() << "poll: " << errors.size()
+         << " error numbers in waitfor_tcp_connect, waitfor_tcp_message\n";
 }
 
 TEST(SystemCalls, EveryFailureOfAcceptIsReported) {
@@ -811,8 +811,8 @@ TEST(Signals, AnyWaitOrReadOfACollectionMayBeInterrupted) {
     EXPECT_TRUE(peer.Join());
     if (HasFailure()) return;
   }
-  std::cout << "signals: 1 wait, " << short_reads - 1 << " reads cut short, " << empty_reads
-            << " reads without a byte\n";
+  Note() << "signals: 1 wait, " << short_reads - 1 << " reads cut short, " << empty_reads
+         << " reads without a byte\n";
 }
 
 TEST(Signals, AConnectThatIsInterruptedIsAFailedOne) {
@@ -973,7 +973,7 @@ TEST(Signals, WhoseHandlersRestartCallsAreNotNoticed) {
     asking.Renew();
   }
   EXPECT_TRUE(peer.Join());
-  std::cout << "signals: " << handled << " with restart\n";
+  Note() << "signals: " << int{handled} << " with restart\n";
   sigaction(SIGUSR1, &saved, nullptr);
 }
 
@@ -1090,7 +1090,7 @@ TEST_P(ExchangeWithFailures, AtAnyCallEndsAsStatedAndTheSessionStaysUsable) {
   }
   EXPECT_EQ(failures.count("poll"), 3u);      // two messages and the end
   EXPECT_EQ(failures.count("recvfrom"), 7u);  // three for each message, and the end
-  std::cout << failures.size() << " calls failed in turn\n";
+  Note() << failures.size() << " calls failed in turn\n";
 }
 
 TEST_P(ExchangeWithFailures, FromAnyCallOnEndsAsStatedAndTheSessionStaysUsable) {

@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iostream>
 #include <stdexcept>
 
 #include "vtapi.h"
 
 #include "tests/harness/guard.h"
+#include "tests/harness/note.h"
 #include "tests/trust/trust_support.h"
 
 namespace {
@@ -31,7 +31,7 @@ Bytes Resized(Bytes wire) {
 }
 
 void Report(std::size_t prefixes, const char* to) {
-  std::cout << prefixes << " prefixes to the " << to << "\n";
+  Note() << prefixes << " prefixes to the " << to << "\n";
 }
 
 TEST(Truncation, NoPrefixOfAnyMessageIsDecoded) {
@@ -146,7 +146,7 @@ TEST(Truncation, ElementsCutWithTheirLengthEndInOrder) {
       ASSERT_LE(vt_get_total_tlvs_data_size(event.get()), size);
     }
   }
-  std::cout << decoded << " decoded, " << refused << " refused\n";
+  Note() << decoded << " decoded, " << refused << " refused\n";
   EXPECT_GT(decoded, 0u);
   EXPECT_GT(refused, 0u);
 }

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,6 +21,7 @@
 #include "tests/harness/faults.h"
 #include "tests/harness/hex.h"
 #include "tests/harness/log_capture.h"
+#include "tests/harness/note.h"
 #include "tests/harness/pdu_image.h"
 #include "tests/harness/peer.h"
 #include "tests/harness/sanitizers.h"
@@ -40,8 +40,8 @@ inline std::size_t Thinned(std::size_t slow_step) {
   const bool memcheck = std::getenv("VT_TESTS_UNDER_MEMCHECK") != nullptr;
   if (!kSanitized && !memcheck) return 1;
   const std::size_t step = memcheck ? 10 * slow_step : slow_step;
-  std::cout << (memcheck ? "memcheck" : "sanitizers") << ": every case number divisible by " << step
-            << " is taken\n";
+  Note() << (memcheck ? "memcheck" : "sanitizers") << ": every case number divisible by " << step
+         << " is taken\n";
   return step;
 }
 
