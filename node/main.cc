@@ -59,9 +59,9 @@ class Service {
   // Use answers for that fleet from now on.
   void Use(Fleet fleet, std::optional<voltaris::Key> key) {
     fleet.node.address = server_.address();
-    auto responder = std::make_shared<Responder>(std::move(fleet), std::move(key));
+    auto next = std::make_shared<Responder>(std::move(fleet), std::move(key));
     const std::lock_guard lock(mutex_);
-    responder_ = std::move(responder);
+    responder_ = std::move(next);
   }
 
   std::shared_ptr<Responder> responder() {

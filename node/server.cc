@@ -52,6 +52,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
         socket_(std::move(socket)),
         deadline_(server.io_),
         client_(std::move(client)) {}
+  ~Connection() = default;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -182,8 +183,6 @@ Server::Server(asio::io_context& io, const sockaddr_in& address, const ServerLim
       answerer_(std::move(answerer)) {
   Accept();
 }
-
-Server::~Server() { Stop(); }
 
 sockaddr_in Server::address() const { return SystemAddress(acceptor_.local_endpoint()); }
 

@@ -41,7 +41,7 @@ class Server {
   // Server listens, and serves while io runs. It throws std::system_error when it cannot listen.
   Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,
          Answerer answerer);
-  ~Server();
+  ~Server() = default;
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
