@@ -62,11 +62,10 @@ std::uint32_t voltaris_countValues(const ResultCursor* cursor, std::int32_t attr
   if (cursor->row == nullptr) return 0;
   if (IsOfTheRow(attribute)) return OfTheRow(*cursor, attribute).at != nullptr ? 1 : 0;
   std::uint32_t count = 0;
-  const auto count_all = [&count](const attribute_node& /*node*/) {
-    ++count;
-    return false;
-  };
-  (void)vt::api::FindValue(cursor->row->attributes, attribute, count_all);
+  const attribute_node* node = vt::api::FirstValue(cursor->row->attributes);
+  for (; node != nullptr; node = node->next) {
+    if (node->type == attribute) ++count;
+  }
   return count;
 }
 

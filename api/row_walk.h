@@ -45,11 +45,15 @@ void GoToNextRow(const ResultSet& result, Device*& device, Entity*& row) {
   return static_cast<std::uint32_t>(std::strlen(text)) + 1;
 }
 
+[[nodiscard]] inline attribute_node* FirstValue(const queue& attributes) {
+  return static_cast<attribute_node*>(static_cast<void*>(attributes.head));
+}
+
 // FindValue gives the first value of an attribute that is accepted, or null.
 template <class Accept>
 [[nodiscard]] attribute_node* FindValue(const queue& attributes, std::int32_t attribute,
                                         Accept accept) {
-  auto* node = static_cast<attribute_node*>(static_cast<void*>(attributes.head));
+  auto* node = FirstValue(attributes);
   while (node != nullptr && (node->type != attribute || !accept(*node))) node = node->next;
   return node;
 }
