@@ -297,12 +297,15 @@ TEST(Fleet, TakesWhatANodeSentInAFloodToTheEnd) {
   });
   Ships ships;
   ships.Add(peer.port());
+  std::uint32_t told = 0;
   const auto note = [&](ReplyCollection* c, void*, const FleetCounters&) {
+    ++told;
     EXPECT_EQ(voltaris_getCollectionCounters(c)->accepted, kReplies);
     EXPECT_EQ(voltaris_getCollectionOutcome(c), VT_COLLECTION_COMPLETE);
     return 0;
   };
   EXPECT_EQ(RunAndTell(ships.fleet.get(), note), 0);
+  EXPECT_EQ(told, 1U);
 }
 
 TEST(Fleet, GoesOnByItselfWhereAStepLeftBytesBehind) {

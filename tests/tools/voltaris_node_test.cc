@@ -475,7 +475,7 @@ TEST(VoltarisNode, BadPeersAreLoggedAFewTimesASecond) {
   EXPECT_LT(lines, kMany / 2) << "of " << kMany;
 }
 
-TEST(VoltarisNode, AClientThatDoesNotReadIsCutOffWithoutHoldingUpOthers) {
+TEST(VoltarisNode, AClientThatDoesNotReadHoldsNobodyUp) {
   KeyedNode node(ManyDevices(3000), {"--connection-timeout", "2"});
   PeerConnection deaf = node->Connect();
   deaf.Send(CollectImage().Signed(KeyBytes()));
