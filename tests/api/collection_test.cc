@@ -1,9 +1,11 @@
 // Collections in steps: every outcome with a real peer, the counters, and what is left behind.
 #include "vtapi/collection.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <functional>
@@ -175,6 +177,27 @@ TEST(Collection, OfANodeThatTakesNoConnectionTimesOut) {
     EXPECT_EQ(voltaris_getCollectionOutcome(stepped.get()), VT_COLLECTION_CONNECT_TIMEOUT);
     EXPECT_EQ(ResultOf(stepped)->error_code, VT_ERROR_TIMEOUT);
   }
+}
+
+// A listener whose queue is full lets the requests of others wait.
+TEST(Collection, OfANodeWhoseQueueIsFullTimesOut) {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(listener, generic, size), 0);
+  ASSERT_EQ(listen(listener, 0), 0);
+  ASSERT_EQ(getsockname(listener, generic, &size), 0);
+  const int waiting = socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_EQ(connect(waiting, generic, size), 0);
+  const Stepped stepped =
+      Start(ntohs(address.sin_port), {.connect_ms = 50, .idle_ms = 0, .total_ms = 0});
+  EXPECT_EQ(RunToEnd(stepped), VT_COLLECTION_CONNECT_TIMEOUT);
+  EXPECT_EQ(voltaris_getCollectionErrno(stepped.get()), ETIMEDOUT);
+  close(waiting);
+  close(listener);
 }
 
 TEST(Collection, WhoseQueryCannotBeSentEndsWithThatError) {
