@@ -1,8 +1,11 @@
 #include "node/changes.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
+#include <span>
+#include <string_view>
 
 #include "vtapi.h"
 
@@ -10,12 +13,12 @@ namespace vt::node {
 namespace {
 
 constexpr int kBlanksAllowed = 2;
+// With a longer one the record would not fit into a message beside the domain.
+constexpr std::size_t kLongestRecurrence = 255;
 
 bool TakeText(const std::string& text, std::optional<std::string>& out) {
-  if (text.size() > kLongestText) return false;
-  if (vtn_string_in_whitelist(text.c_str(), kBlanksAllowed) == 0) return false;
   out = text;
-  return true;
+  return IsSettableText(text);
 }
 
 // Keywords come as items that a zero byte ends each, or as one text with commas and its zero byte.
@@ -29,9 +32,25 @@ bool TakeKeywords(const Tlv& element, std::optional<std::string>& out) {
 
 bool TakeByte(const Tlv& element, std::uint8_t limit, std::optional<std::uint8_t>& out) {
   const std::uint8_t value = *static_cast<const std::uint8_t*>(element.value);
-  if (value > limit) return false;
   out = value;
-  return true;
+  return value <= limit;
+}
+
+bool TakeRecurrence(const Tlv& element, std::optional<Recurrence>& out) {
+  const auto& record = *static_cast<const recurrence*>(element.value);
+  out = Recurrence{record.text != nullptr ? record.text : "", record.byte1, record.byte2,
+                   record.flag};
+  return IsSettableRecurrence(*out);
+}
+
+// OnlyAsks tells whether the value of an attribute that can only be read stands for a question.
+bool OnlyAsks(const Tlv& element) {
+  if (vt_get_external_tlv_enum_type(element.type) < 0) return false;
+  std::array<std::uint8_t, VT_MAX_PDU_SIZE> wire{};
+  if (vt_get_tlv_size(&element) > wire.size()) return false;
+  const std::uint32_t size = cv_update_raw_buf_from_tlv(&element, wire.data());
+  return std::ranges::all_of(std::span(wire).first(size).subspan(VT_TLV_HEADER_SIZE),
+                             [](std::uint8_t byte) { return byte == 0; });
 }
 
 bool TakeElement(const Tlv& element, Changes& changes) {
@@ -47,33 +66,34 @@ bool TakeElement(const Tlv& element, Changes& changes) {
       return TakeByte(element, kLevels - 1, changes.level);
     case CV_CORVANE_TLV_TYPE_IMPORTANCE_I:
       return TakeByte(element, 255, changes.importance);
-    // A request to be told one of these comes with zeros as a value.
-    case CV_CORVANE_TLV_TYPE_UNITS:
-    case CV_CORVANE_TLV_TYPE_USAGE:
-    case VT_TLV_DELTA_VECTOR:
-    case VT_TLV_USAGE_CALIBER:
-    case VT_TLV_USAGE_VECTOR:
-    case VT_TLV_USAGE_CATEGORY:
-      return true;
+    case VT_TLV_RECURRENCE:
+      return TakeRecurrence(element, changes.recurrence);
     default:
-      return false;
+      return OnlyAsks(element);
   }
 }
 
 }  // namespace
 
-void Changes::ApplyTo(Device& device) const {
-  if (name) device.name = *name;
-  if (role) device.role = *role;
-  if (keywords) device.keywords = *keywords;
-  if (importance) device.importance = *importance;
-  if (level) device.SetLevel(*level);
+bool IsSettableText(const std::string& text) {
+  return text.size() <= kLongestText && vtn_string_in_whitelist(text.c_str(), kBlanksAllowed) != 0;
+}
+
+// Calendar expressions have stars, which names may not have.
+bool IsSettableRecurrence(const Recurrence& recurrence) {
+  return recurrence.text.size() <= kLongestRecurrence &&
+         std::ranges::none_of(recurrence.text, [](char letter) {
+           return static_cast<unsigned char>(letter) < ' ' || letter == '\x7F';
+         });
 }
 
 std::optional<Changes> ReadChanges(const ReceivedQuery& query) {
   Changes changes;
   for (const Tlv* element : query.attributes()) {
-    if (element->value == nullptr) continue;
+    if (element->value == nullptr) {
+      if (vt_get_external_tlv_enum_type(element->type) < 0) return std::nullopt;
+      continue;
+    }
     if (!TakeElement(*element, changes)) return std::nullopt;
   }
   return changes;

@@ -2,7 +2,7 @@
 #ifndef VT_NODE_CHANGES_H_
 #define VT_NODE_CHANGES_H_
 
-#include <cstdint>
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -11,19 +11,16 @@
 
 namespace vt::node {
 
-struct Changes {
-  std::optional<std::string> name;
-  std::optional<std::string> role;
-  std::optional<std::string> keywords;
-  std::optional<std::uint8_t> level;
-  std::optional<std::uint8_t> importance;
+// IsSettableText tells whether a name, a role or keywords may be that.
+bool IsSettableText(const std::string& text);
 
-  void ApplyTo(Device& device) const;
-};
+// IsSettableRecurrence likewise.
+bool IsSettableRecurrence(const Recurrence& recurrence);
 
-// ReadChanges returns nothing when the query asks for something that no device can do. Elements
-// that only ask to be told a value, as a query may mix in, change nothing: those without a value,
-// and those of attributes that are measured.
+// ReadChanges returns nothing when the query asks for something that no device can do: to set what
+// can only be read, or is not known, or to a value out of its range. Elements that only ask to be
+// told a value, as a query may mix in, change nothing: those without a value, and those of
+// attributes that can only be read whose value is all zeros.
 std::optional<Changes> ReadChanges(const ReceivedQuery& query);
 
 }  // namespace vt::node

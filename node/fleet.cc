@@ -1,275 +1,226 @@
 #include "node/fleet.h"
 
-#include <toml++/toml.h>
-
 #include <algorithm>
-#include <initializer_list>
 #include <limits>
-#include <optional>
-#include <set>
-#include <sstream>
+#include <numeric>
 #include <string_view>
+#include <tuple>
 #include <utility>
 
-#include "vtapi.h"
-
-#include "node/options.h"
 #include "node/power.h"
 
 namespace vt::node {
 namespace {
 
-constexpr int kBlanksAllowed = 2;
-
-// Section reads the members of one table and names the place of what is wrong with them.
-class Section {
- public:
-  Section(const toml::table& table, std::string path) : table_(table), path_(std::move(path)) {}
-
-  void AllowOnly(std::initializer_list<std::string_view> keys) const {
-    for (const auto& [key, value] : table_) {
-      if (std::ranges::find(keys, key.str()) == keys.end()) {
-        Reject(&value, "there is no setting '" + std::string(key.str()) + "' here");
-      }
-    }
+struct HashId {
+  std::size_t operator()(const DeviceIdText& id) const {
+    return std::hash<std::string_view>()({id.data(), id.size()});
   }
-
-  bool Has(std::string_view key) const { return table_.contains(key); }
-
-  std::string Text(std::string_view key) const {
-    const toml::node* node = Find(key);
-    const std::optional<std::string> text = node->value_exact<std::string>();
-    if (!text) Reject(node, "'" + std::string(key) + "' must be a text");
-    CheckText(node, key, *text);
-    return *text;
-  }
-
-  std::string Text(std::string_view key, const std::string& fallback) const {
-    return Has(key) ? Text(key) : fallback;
-  }
-
-  std::string Id(std::string_view key) const {
-    std::string id = Text(key);
-    if (id.size() != kIdLength) {
-      Reject(table_.get(key), "'" + std::string(key) + "' must have 32 characters, and has " +
-                                  std::to_string(id.size()));
-    }
-    return id;
-  }
-
-  // Keywords are a list of texts; a device keeps them with commas between.
-  std::string Keywords(std::string_view key) const {
-    if (!Has(key)) return {};
-    const toml::node* node = Find(key);
-    const toml::array* items = node->as_array();
-    if (items == nullptr) Reject(node, "'" + std::string(key) + "' must be a list of texts");
-    std::string joined;
-    for (const toml::node& item : *items) {
-      const std::optional<std::string> word = item.value_exact<std::string>();
-      if (!word || word->find(',') != std::string::npos) {
-        Reject(&item, "a keyword must be a text without a comma");
-      }
-      CheckText(&item, "keyword", *word);
-      joined += (joined.empty() ? "" : ",") + *word;
-    }
-    if (joined.size() > kLongestText) Reject(node, "the keywords are longer than 255 characters");
-    return joined;
-  }
-
-  template <typename T>
-  T Number(std::string_view key, std::int64_t least, std::int64_t greatest) const {
-    return static_cast<T>(NumberOf(Find(key), "'" + std::string(key) + "'", least, greatest));
-  }
-
-  template <typename T>
-  T Number(std::string_view key, std::int64_t least, std::int64_t greatest, T fallback) const {
-    return Has(key) ? Number<T>(key, least, greatest) : fallback;
-  }
-
-  std::array<std::uint16_t, kLevels> UsageVector(std::string_view key) const {
-    const toml::node* node = Find(key);
-    const toml::array* items = node->as_array();
-    if (items == nullptr || items->size() != kLevels) {
-      Reject(node, "'" + std::string(key) + "' must be a list of 11 numbers, for level 0 to 10");
-    }
-    std::array<std::uint16_t, kLevels> vector{};
-    for (std::size_t i = 0; i < kLevels; ++i) {
-      vector[i] = static_cast<std::uint16_t>(
-          NumberOf(items->get(i), "a usage", 0, std::numeric_limits<std::uint16_t>::max()));
-    }
-    return vector;
-  }
-
-  // Word translates one of a few words.
-  std::int32_t Word(std::string_view key,
-                    std::initializer_list<std::pair<std::string_view, std::int32_t>> words,
-                    std::int32_t fallback) const {
-    if (!Has(key)) return fallback;
-    const std::string text = Text(key);
-    std::string all;
-    for (const auto& [word, value] : words) {
-      if (word == text) return value;
-      all += (all.empty() ? "" : ", ") + std::string(word);
-    }
-    Reject(table_.get(key), "'" + std::string(key) + "' must be one of " + all);
-  }
-
-  std::optional<sockaddr_in> Address(std::string_view key) const {
-    if (!Has(key)) return std::nullopt;
-    const std::optional<sockaddr_in> address = ParseEndpoint(Text(key));
-    if (!address) {
-      Reject(table_.get(key), "'" + std::string(key) + "' must be HOST:PORT with an IPv4 address");
-    }
-    return address;
-  }
-
-  [[noreturn]] void Reject(const toml::node* node, const std::string& message) const {
-    const toml::source_position place =
-        node != nullptr ? node->source().begin : table_.source().begin;
-    throw FleetError(path_ + ":" + std::to_string(place.line) + ": " + message);
-  }
-
-  const toml::table& table() const { return table_; }
-
- private:
-  const toml::node* Find(std::string_view key) const {
-    const toml::node* node = table_.get(key);
-    if (node == nullptr) Reject(nullptr, "'" + std::string(key) + "' is missing");
-    return node;
-  }
-
-  void CheckText(const toml::node* node, std::string_view key, const std::string& text) const {
-    const std::string what = "'" + std::string(key) + "'";
-    if (text.size() > kLongestText) Reject(node, what + " is longer than 255 characters");
-    if (text.find('\0') != std::string::npos ||
-        vtn_string_in_whitelist(text.c_str(), kBlanksAllowed) == 0) {
-      Reject(node, what +
-                       " must not be empty, and may have letters, digits, blanks and "
-                       "~!@#$%^&()_-+={}[]\\:.,></ only");
-    }
-  }
-
-  std::int64_t NumberOf(const toml::node* node, const std::string& what, std::int64_t least,
-                        std::int64_t greatest) const {
-    const std::optional<std::int64_t> number = node->value_exact<std::int64_t>();
-    if (number && *number >= least && *number <= greatest) return *number;
-    Reject(node, what + " must be a whole number from " + std::to_string(least) + " to " +
-                     std::to_string(greatest));
-  }
-
-  const toml::table& table_;
-  std::string path_;
 };
 
-NodeDescription ReadNode(const Section& section) {
-  section.AllowOnly({"id", "domain", "name", "role", "keywords"});
-  NodeDescription node;
-  node.id = section.Id("id");
-  node.domain = section.Text("domain", "default");
-  node.name = section.Text("name", "node");
-  node.role = section.Text("role", "node");
-  node.keywords = section.Keywords("keywords");
-  return node;
+// InUnits does not exceed 16 bits: units are chosen so that the greatest power of a model fits.
+std::uint16_t InUnits(std::int64_t milliwatts, int units) {
+  return static_cast<std::uint16_t>(std::clamp<std::int64_t>(
+      FromMilliwatts(milliwatts, units), 0, std::numeric_limits<std::uint16_t>::max()));
 }
 
-void ReadPower(const Section& section, Device& device) {
-  device.units = section.Number<std::int8_t>("units", kLeastUnits, kGreatestUnits, 0);
-  device.usage_vector = section.UsageVector("usage_vector");
-  device.SetLevel(section.Number<std::uint8_t>("level", 0, kLevels - 1, device.level));
-  // A measured usage may differ from what the level lets expect, until the level changes.
-  device.usage = section.Number<std::uint16_t>(
-      "usage", 0, std::numeric_limits<std::uint16_t>::max(), device.usage);
-  device.caliber = section.Word("caliber",
-                                {{"max", CV_CORVANE_USAGE_CALIBER_MAX},
-                                 {"presumed", CV_CORVANE_USAGE_CALIBER_PRESUMED},
-                                 {"unknown", CV_CORVANE_USAGE_CALIBER_UNKNOWN},
-                                 {"actual", CV_CORVANE_USAGE_CALIBER_ACTUAL},
-                                 {"trusted", CV_CORVANE_USAGE_CALIBER_TRUSTED}},
-                                CV_CORVANE_USAGE_CALIBER_PRESUMED);
-  device.category = section.Word("category",
-                                 {{"consumer", CV_CORVANE_USAGE_CONSUMER},
-                                  {"producer", CV_CORVANE_USAGE_PRODUCER},
-                                  {"meter", CV_CORVANE_USAGE_METER}},
-                                 CV_CORVANE_USAGE_CONSUMER);
-}
-
-Device ReadDevice(const Section& section, const NodeDescription& node) {
-  section.AllowOnly({"id", "entity", "domain", "name", "role", "keywords", "importance", "level",
-                     "units", "usage", "usage_vector", "caliber", "category", "address"});
-  Device device;
-  device.id = section.Id("id");
-  // Entity 0 stands for a device as a whole.
-  device.entity = section.Number<std::uint32_t>(
-      "entity", 1, std::numeric_limits<std::uint32_t>::max(), device.entity);
-  device.domain = section.Text("domain", node.domain);
-  device.name = section.Text("name");
-  device.role = section.Text("role");
-  device.keywords = section.Keywords("keywords");
-  device.importance = section.Number<std::uint8_t>("importance", 0, 255, device.importance);
-  device.address = section.Address("address");
-  ReadPower(section, device);
-  return device;
-}
-
-toml::table Parse(const std::string& path) {
-  try {
-    return toml::parse_file(path);
-  } catch (const toml::parse_error& error) {
-    std::ostringstream text;
-    text << path;
-    if (error.source().begin.line > 0) text << ":" << error.source().begin.line;
-    text << ": " << error.description();
-    throw FleetError(text.str());
-  }
-}
-
-const toml::table& NodeTable(const Section& top) {
-  const toml::table* table = top.table()["node"].as_table();
-  if (table == nullptr) top.Reject(top.table().get("node"), "a table [node] is missing");
-  return *table;
-}
-
-void ReadDevices(const Section& top, const std::string& path, Fleet& fleet) {
-  const toml::array* devices = top.table()["device"].as_array();
-  if (devices == nullptr || devices->empty()) {
-    top.Reject(top.table().get("device"), "there must be one table [[device]] at least");
-  }
-  std::set<std::pair<std::string, std::uint32_t>> seen;
-  for (const toml::node& item : *devices) {
-    const toml::table* table = item.as_table();
-    if (table == nullptr) top.Reject(&item, "'device' must be written as [[device]]");
-    const Section section(*table, path);
-    Device device = ReadDevice(section, fleet.node);
-    if (!seen.emplace(device.id, device.entity).second) {
-      section.Reject(table, "this device has the id and the entity of an earlier one");
-    }
-    fleet.devices.push_back(std::move(device));
-  }
+template <class T>
+void Replace(std::optional<T>& value, const std::optional<T>& by) {
+  if (by) value = by;
 }
 
 }  // namespace
 
-void Device::SetLevel(std::uint8_t new_level) {
-  level = new_level;
-  usage = usage_vector.at(new_level);
+std::uint32_t Fleet::AddModel(Model model) {
+  models_.push_back(std::move(model));
+  return static_cast<std::uint32_t>(models_.size() - 1);
 }
 
-std::array<std::int32_t, kLevels> Device::DeltaVector() const {
-  std::array<std::int32_t, kLevels> delta{};
-  for (std::size_t i = 0; i < kLevels; ++i) {
-    delta[i] = usage_vector[i] - usage;
+// Until Finish every entity has a device of its own.
+void Fleet::AddEntity(const DeviceIdText& id, std::uint32_t number, const Entity& entity) {
+  if (devices_.empty() || devices_.back().id != id) devices_.push_back({id, number, 0, 0});
+  Entity added = entity;
+  added.device = static_cast<std::uint32_t>(devices_.size() - 1);
+  entities_.push_back(added);
+}
+
+std::optional<std::uint32_t> Fleet::Finish() {
+  // The first device with an identity is the one that stays; its entities move to it.
+  std::unordered_map<DeviceIdText, std::uint32_t, HashId> first;
+  first.reserve(devices_.size());
+  std::vector<std::uint32_t> stays(devices_.size());
+  std::uint32_t kept = 0;
+  for (std::uint32_t i = 0; i < devices_.size(); ++i) {
+    const auto [place, is_new] = first.try_emplace(devices_[i].id, kept);
+    stays[i] = place->second;
+    if (is_new) devices_[kept++] = devices_[i];
   }
-  return delta;
+  const bool all_stay = kept == devices_.size();
+  devices_.resize(kept);
+  devices_.shrink_to_fit();
+
+  std::vector<std::uint32_t> order(entities_.size());
+  std::iota(order.begin(), order.end(), 0u);
+  for (Entity& entity : entities_) entity.device = stays[entity.device];
+  if (!all_stay) {
+    std::ranges::stable_sort(order, {}, [this](std::uint32_t i) { return entities_[i].device; });
+  }
+  std::vector<Entity> sorted;
+  sorted.reserve(entities_.size());
+  for (const std::uint32_t i : order) sorted.push_back(entities_[i]);
+  entities_ = std::move(sorted);
+
+  std::optional<std::uint32_t> doubled;
+  for (std::uint32_t i = 0; i < entities_.size(); ++i) {
+    Device& device = devices_[entities_[i].device];
+    if (device.count == 0) device.first = i;
+    for (std::uint32_t other = device.first; other < i; ++other) {
+      if (entities_[other].number == entities_[i].number) {
+        doubled = std::min(doubled.value_or(order[i]), order[i]);
+      }
+    }
+    ++device.count;
+    configured_.push_back({entities_[i].level, entities_[i].importance});
+  }
+  IndexDevices();
+  IndexDomains();
+  return doubled;
 }
 
-Fleet LoadFleet(const std::string& path) {
-  const toml::table table = Parse(path);
-  const Section top(table, path);
-  top.AllowOnly({"node", "device"});
-  Fleet fleet;
-  fleet.node = ReadNode(Section(NodeTable(top), path));
-  ReadDevices(top, path, fleet);
-  return fleet;
+void Fleet::IndexDevices() {
+  by_id_.resize(devices_.size());
+  std::iota(by_id_.begin(), by_id_.end(), 0u);
+  std::ranges::sort(by_id_, {},
+                    [this](std::uint32_t i) -> const DeviceIdText& { return devices_[i].id; });
+}
+
+void Fleet::IndexDomains() {
+  for (std::uint32_t i = 0; i < entities_.size(); ++i) {
+    std::vector<Range>& ranges = domains_[ModelOf(i).domain];
+    if (ranges.empty() || ranges.back().end != i) ranges.push_back({i, i});
+    ranges.back().end = i + 1;
+  }
+}
+
+std::span<const Fleet::Range> Fleet::InDomain(const std::string& domain) const {
+  const auto found = domains_.find(domain);
+  return found != domains_.end() ? std::span<const Range>(found->second) : std::span<const Range>();
+}
+
+const sockaddr_in& Fleet::AddressOf(std::uint32_t index) const {
+  const Model& model = ModelOf(index);
+  return model.address ? *model.address : node.address;
+}
+
+const Fleet::Texts* Fleet::TextsOf(std::uint32_t index) const {
+  if (texts_.empty()) return nullptr;
+  const auto found = texts_.find(index);
+  return found != texts_.end() ? &found->second : nullptr;
+}
+
+const std::string& Fleet::RoleOf(std::uint32_t index) const {
+  const Texts* texts = TextsOf(index);
+  return texts != nullptr && texts->role ? *texts->role : ModelOf(index).role;
+}
+
+const std::string& Fleet::KeywordsOf(std::uint32_t index) const {
+  const Texts* texts = TextsOf(index);
+  return texts != nullptr && texts->keywords ? *texts->keywords : ModelOf(index).keywords;
+}
+
+const Recurrence* Fleet::RecurrenceOf(std::uint32_t index) const {
+  const Texts* texts = TextsOf(index);
+  if (texts != nullptr && texts->recurrence) return &*texts->recurrence;
+  const std::optional<Recurrence>& configured = ModelOf(index).recurrence;
+  return configured ? &*configured : nullptr;
+}
+
+void Fleet::WriteNameOf(std::uint32_t index, std::string& out) const {
+  const Texts* texts = TextsOf(index);
+  if (texts != nullptr && texts->name) {
+    out = *texts->name;
+    return;
+  }
+  const Entity& entity = entities_[index];
+  models_[entity.model].name.Write(devices_[entity.device].number, entity.number, out);
+}
+
+Power Fleet::PowerOf(std::uint32_t index, Instant now, std::int64_t profile_factor) const {
+  const Entity& entity = entities_[index];
+  const Model& model = models_[entity.model];
+  const std::int64_t noise =
+      model.noise.DeviationAt(now, devices_[entity.device].id, entity.number);
+  const std::int64_t factor = Scaled(kOne + noise, profile_factor);
+  Power power;
+  for (std::size_t i = 0; i < kLevels; ++i) {
+    power.usage_vector[i] = InUnits(Scaled(model.milliwatts[i], factor), model.units);
+  }
+  // A measured usage may differ from what the level lets expect, until the level is set.
+  power.usage = model.measured_milliwatts && !entity.level_was_set
+                    ? InUnits(*model.measured_milliwatts, model.units)
+                    : power.usage_vector.at(entity.level);
+  for (std::size_t i = 0; i < kLevels; ++i) {
+    power.delta_vector[i] = power.usage_vector[i] - power.usage;
+  }
+  return power;
+}
+
+std::optional<std::uint32_t> Fleet::Find(const DeviceIdText& id, std::uint32_t number) const {
+  const auto found = std::ranges::lower_bound(
+      by_id_, id, {}, [this](std::uint32_t i) -> const DeviceIdText& { return devices_[i].id; });
+  if (found == by_id_.end() || devices_[*found].id != id) return std::nullopt;
+  const Device& device = devices_[*found];
+  for (std::uint32_t i = device.first; i < device.first + device.count; ++i) {
+    if (entities_[i].number == number) return i;
+  }
+  return std::nullopt;
+}
+
+Changes Fleet::ChangesOf(std::uint32_t index) const {
+  Changes changes;
+  const Entity& entity = entities_[index];
+  if (entity.level_was_set) changes.level = entity.level;
+  if (entity.importance_was_set) changes.importance = entity.importance;
+  if (const Texts* texts = TextsOf(index)) {
+    changes.name = texts->name;
+    changes.role = texts->role;
+    changes.keywords = texts->keywords;
+    changes.recurrence = texts->recurrence;
+  }
+  return changes;
+}
+
+void Fleet::Apply(std::uint32_t index, const Changes& changes) {
+  Entity& entity = entities_[index];
+  if (changes.level) {
+    entity.level = *changes.level;
+    entity.level_was_set = true;
+  }
+  if (changes.importance) {
+    entity.importance = *changes.importance;
+    entity.importance_was_set = true;
+  }
+  if (!changes.name && !changes.role && !changes.keywords && !changes.recurrence) return;
+  Texts& texts = texts_[index];
+  Replace(texts.name, changes.name);
+  Replace(texts.role, changes.role);
+  Replace(texts.keywords, changes.keywords);
+  Replace(texts.recurrence, changes.recurrence);
+}
+
+void Fleet::Restore(std::uint32_t index, const Changes& changes) {
+  Entity& entity = entities_[index];
+  entity.level = configured_[index].level;
+  entity.importance = configured_[index].importance;
+  entity.level_was_set = false;
+  entity.importance_was_set = false;
+  texts_.erase(index);
+  Apply(index, changes);
+}
+
+FactorsAt::FactorsAt(const Fleet& fleet, Instant now) : fleet_(fleet), now_(now) {
+  factors_.reserve(fleet.models().size());
+  for (const Model& model : fleet.models()) factors_.push_back(model.profile.FactorAt(now));
 }
 
 }  // namespace vt::node

@@ -23,9 +23,8 @@ constexpr const char* kFooter =
     "everything\n"
     "else goes to standard error. SIGINT and SIGTERM end it. SIGHUP makes it read the "
     "configuration\n"
-    "again; a faulty one is reported and the old one kept. What devices are set to is kept in "
-    "memory\n"
-    "and lost with the program or the old configuration.\n\n"
+    "again; a faulty one is reported and the old one kept. What devices are set to is kept in\n"
+    "the state file or, without one, lost with the program or the old configuration.\n\n"
     "Without a key file a message is checked with the identity of its sender as the key, which "
     "keeps\n"
     "accidents out, but nobody else.\n\n"
@@ -75,6 +74,7 @@ std::string EndpointText(const sockaddr_in& endpoint) {
 std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   std::string listen = "127.0.0.1:7440";
   std::string key_file;
+  std::string state;
   std::string log_level = "warn";
   unsigned timeout = 10;
   Options options;
@@ -93,6 +93,9 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
                  "file with the key: 20 raw bytes or 40 hexadecimal digits")
       ->type_name("FILE")
       ->envname("VOLTARIS_KEY_FILE");
+  app.add_option("-s,--state", state,
+                 "file that keeps what devices are set to (default: 'state' in the fleet's file)")
+      ->type_name("FILE");
   app.add_option("--connection-timeout", timeout,
                  "seconds that a connection may last, 1 to 3600 (default 10)")
       ->type_name("SECONDS")
@@ -117,6 +120,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
 
   options.listen = ParseListen(listen);
   if (!key_file.empty()) options.key_file = key_file;
+  if (!state.empty()) options.state = state;
   options.connection_timeout = std::chrono::seconds(timeout);
   options.log_level = ParseLogLevel(log_level);
   return options;

@@ -22,6 +22,7 @@ struct Options {
   std::string config;
   sockaddr_in listen{};
   std::optional<std::string> key_file;
+  std::optional<std::string> state;  // the path of the state file, before that of the configuration
   std::chrono::seconds connection_timeout{10};
   std::size_t max_connections = 1024;
   bool check_config = false;    // and do nothing else

@@ -71,16 +71,20 @@ void ReceivedQuery::ReadElements() {
   for (const Tlv* element : elements) {
     if (element == nullptr || element->qualifier != 0) continue;
     if (element->type == VT_TLV_QUERY_TIMEOUT) continue;
-    if (element->type != CV_CORVANE_TLV_TYPE_DOMAIN) {
+    if (element->type != CV_CORVANE_TLV_TYPE_DOMAIN || has_domain) {
       attributes_.push_back(element);
       continue;
     }
-    // The first domain is the query's own; a later one asks for the domain of the device, which
-    // every answer tells.
-    if (!has_domain && element->value != nullptr)
-      domain_ = static_cast<const char*>(element->value);
+    // The first domain is the query's own.
+    if (element->value != nullptr) domain_ = static_cast<const char*>(element->value);
     has_domain = true;
   }
+}
+
+std::chrono::seconds ReceivedQuery::timeout() const {
+  constexpr std::chrono::seconds usual{6};  // what clients add to a query without one
+  const std::uint32_t seconds = cv_get_timeout_val_from_query(event_.get());
+  return seconds != 0 ? std::chrono::seconds(seconds) : usual;
 }
 
 }  // namespace vt::node

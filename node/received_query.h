@@ -3,6 +3,7 @@
 #ifndef VT_NODE_RECEIVED_QUERY_H_
 #define VT_NODE_RECEIVED_QUERY_H_
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -37,8 +38,11 @@ class ReceivedQuery {
   // domain is the one that the query is for, empty when it names none.
   const std::string& domain() const { return domain_; }
 
+  // timeout is how long the client waits for the answer, 1 to 180 seconds.
+  std::chrono::seconds timeout() const;
+
   // attributes are the elements to read or to set, in their order: neither the qualifiers nor what
-  // describes the query itself.
+  // describes the query itself. A domain among them asks for the domain of the device.
   const std::vector<const Tlv*>& attributes() const { return attributes_; }
 
  private:

@@ -1,14 +1,19 @@
-// Packs answers into messages: acknowledgements, refusals and results, each kind in as many signed
-// messages of at most 1400 bytes as it takes. It knows the form of messages and nothing of what
-// devices answer.
+// Packs answers into messages: acknowledgements, refusals and results, each kind in as few signed
+// messages of at most 1400 bytes as its elements fill. It knows the form of messages and nothing of
+// what devices answer.
+//
+// Elements are written into their message as they come. A tree of elements that the library
+// encodes afterwards would take several blocks of memory for each of them.
 #ifndef VT_NODE_REPLY_PACKER_H_
 #define VT_NODE_REPLY_PACKER_H_
 
 #include <netinet/in.h>
 
+#include <array>
 #include <cstdint>
-#include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "vtapi.h"
@@ -19,60 +24,104 @@ namespace vt::node {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// DeviceHeader names a device in a message: its identity and its address.
+// What an aggregated element takes besides its entries, and an entry besides its value.
+inline constexpr std::size_t kDeviceHeaderSize =
+    VT_IDENTITY_SIZE + sizeof(std::uint32_t) + sizeof(sockaddr_in);
+inline constexpr std::size_t kAggregateSize =
+    VT_TLV_HEADER_SIZE + kDeviceHeaderSize + sizeof(std::uint32_t);
+inline constexpr std::size_t kTagSize = sizeof(std::uint32_t);
+
+// DeviceHeader names a device in a message: its identity and its address, as they travel.
 class DeviceHeader {
  public:
-  DeviceHeader(const std::string& id, const sockaddr_in& address);
-  ~DeviceHeader() = default;
-  DeviceHeader(const DeviceHeader&) = delete;
-  DeviceHeader& operator=(const DeviceHeader&) = delete;
+  DeviceHeader(std::string_view id, const sockaddr_in& address);
 
-  const device_header& get() const { return header_; }
+  std::span<const std::uint8_t> wire() const { return wire_; }
 
  private:
-  sockaddr_in address_;
-  device_header header_{};
+  std::array<std::uint8_t, kDeviceHeaderSize> wire_{};
 };
 
 // UsageHeader is what a combined element tells of an entity besides its usage.
 struct UsageHeader {
   std::int32_t caliber = 0;
-  std::string name;
-  std::string role;
-  std::string keywords;
+  const char* name = "";
+  const char* role = "";
+  const char* keywords = "";
   std::int8_t units = 0;
   std::uint8_t level = 0;
   std::uint8_t importance = 0;
 };
 
-// ReplyStream is the messages of one kind.
+// ValueWriter appends values as they travel to a buffer of bytes.
+class ValueWriter {
+ public:
+  explicit ValueWriter(Bytes& out) : out_(out) {}
+
+  void Int8(std::int8_t value) { Put(value, vt_pack_int8); }
+  void Uint8(std::uint8_t value) { Put(value, vt_pack_uint8); }
+  void Uint16(std::uint16_t value) { Put(value, vt_pack_uint16); }
+  void Int32(std::int32_t value) { Put(value, vt_pack_int32); }
+  void Uint32(std::uint32_t value) { Put(value, vt_pack_uint32); }
+  // Block is bytes with their length in front.
+  void Block(const void* data, std::size_t size);
+  void Text(std::string_view text) { Block(text.data(), text.size()); }
+  void Identity(std::string_view id);
+  void Usages(std::span<const std::uint16_t> usages);
+  void Deltas(std::span<const std::int32_t> deltas);
+  void Header(const UsageHeader& header);
+
+ private:
+  template <class T>
+  void Put(T value, std::uint32_t (*pack)(void*, const T*)) {
+    std::array<std::uint8_t, sizeof(T)> wire{};
+    pack(wire.data(), &value);
+    out_.insert(out_.end(), wire.begin(), wire.end());
+  }
+
+  Bytes& out_;
+};
+
+// ReplyStream is the messages of one kind. It keeps a few of them open, so that a small element may
+// fill what a large one has left.
 class ReplyStream {
  public:
-  // sender is the identity of the node. A domain that is not empty stands in every message.
-  ReplyStream(const ReceivedQuery& query, std::int32_t shipment, const std::string& sender,
-              const std::string& domain);
+  // sender is the identity of the node, of 32 characters. A domain that is not empty stands in
+  // every message.
+  ReplyStream(const ReceivedQuery& query, std::int32_t shipment, std::string sender,
+              std::string domain);
 
-  // Room returns a message into which size more bytes of elements fit, a new one if need be.
-  Event* Room(std::size_t size);
+  // Add adds an entry to the aggregated element of a type for a device. Entries of an element that
+  // follow each other share it. It throws std::length_error for what fits into no message.
+  void Add(const DeviceHeader& device, std::uint32_t type, std::uint32_t entity,
+           std::span<const std::uint8_t> value);
 
-  // Finish signs the last message and appends all of them to out.
+  // Finish signs the messages that are open and appends all of them to out.
   void Finish(std::vector<Bytes>& out);
 
  private:
-  struct ReleaseEvent {
-    void operator()(Event* event) const { cv_cleanup_event(event); }
+  struct Message {
+    Bytes bytes;
+    std::uint16_t elements = 0;
+    std::size_t last = 0;  // where the last aggregated element begins
+    std::uint32_t last_length = 0;
+    std::uint32_t last_entries = 0;
+
+    bool HasRoom(std::size_t size) const { return bytes.size() + size <= VT_MAX_PDU_SIZE; }
   };
 
-  bool Fits(std::size_t size) const;
-  void Open();
-  void Close();
+  static bool Continues(const Message& message, const DeviceHeader& device, std::uint32_t type);
+  Message& MessageFor(std::size_t size);
+  Message NewMessage() const;
+  void Begin(Message& message, const DeviceHeader& device, std::uint32_t type) const;
+  void Seal(Message& message);
 
   const ReceivedQuery& query_;
   std::int32_t shipment_;
   std::string sender_;
   std::string domain_;
-  std::unique_ptr<Event, ReleaseEvent> open_;
-  std::vector<Bytes> closed_;
+  std::vector<Message> open_;
+  std::vector<Bytes> sealed_;
 };
 
 class ReplyPacker {
@@ -84,16 +133,9 @@ class ReplyPacker {
   void Accept(const DeviceHeader& device, std::uint32_t entity);
   void Refuse(const DeviceHeader& device, std::uint32_t entity);
 
-  // AddText and AddValue add one attribute of an entity, by its element type; data is in host
-  // order.
-  void AddText(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
-               const std::string& text);
-  void AddValue(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
-                const void* data, std::size_t size);
-
-  // AddCombined adds a combined element: type 43 with 2 bytes of data, 44 with 22, 45 with 44.
-  void AddCombined(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
-                   const UsageHeader& usage, const void* data, std::size_t size);
+  // Add adds one value of an entity, as ValueWriter writes it; type is without its flag.
+  void Add(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
+           std::span<const std::uint8_t> value);
 
   // Finish returns the signed messages, the acknowledgements first. The packer is used up.
   std::vector<Bytes> Finish();

@@ -3,6 +3,7 @@
 #include <asio/post.hpp>
 #include <asio/write.hpp>
 
+#include <algorithm>
 #include <array>
 #include <exception>
 #include <string>
@@ -185,6 +186,8 @@ Server::Server(asio::io_context& io, const sockaddr_in& address, const ServerLim
 }
 
 sockaddr_in Server::address() const { return SystemAddress(acceptor_.local_endpoint()); }
+
+void Server::Post(std::function<void()> task) { asio::post(worker_, std::move(task)); }
 
 void Server::Stop() {
   asio::error_code ignored;

@@ -48,6 +48,9 @@ class Server {
   // address is where it listens, with the port that the system chose.
   sockaddr_in address() const;
 
+  // Post runs a task on the thread that answers, between two answers.
+  void Post(std::function<void()> task);
+
   // Stop closes the listener and all connections, so that io has nothing left to do.
   void Stop();
 

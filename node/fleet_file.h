@@ -1,0 +1,41 @@
+// The fleet from its TOML file.
+#ifndef VT_NODE_FLEET_FILE_H_
+#define VT_NODE_FLEET_FILE_H_
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "node/fleet.h"
+
+namespace vt::node {
+
+// FleetError says where and why a configuration is wrong: PATH:LINE:COLUMN: MESSAGE. Lines and
+// columns begin at 1; without a place, as for a file that cannot be opened, they are 0.
+class FleetError : public std::runtime_error {
+ public:
+  FleetError(const std::string& path, std::uint32_t line, std::uint32_t column,
+             const std::string& message);
+
+  std::uint32_t line() const { return line_; }
+  std::uint32_t column() const { return column_; }
+
+ private:
+  std::uint32_t line_;
+  std::uint32_t column_;
+};
+
+// FleetFile is what the file holds.
+struct FleetFile {
+  Fleet fleet;
+  std::optional<std::string> state;  // the path of the state file
+};
+
+// LoadFleet reads a TOML file, and the profiles that it names. Paths in it start at its folder. It
+// throws FleetError.
+FleetFile LoadFleet(const std::string& path);
+
+}  // namespace vt::node
+
+#endif  // VT_NODE_FLEET_FILE_H_

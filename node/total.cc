@@ -1,0 +1,67 @@
+#include "node/total.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+
+#include "vtapi.h"
+
+#include "node/power.h"
+
+namespace vt::node {
+namespace {
+
+// A sum of a million entities of 65535 MW each would not fit: it stays at what does.
+constexpr std::int64_t kMostMilliwatts = std::numeric_limits<std::int64_t>::max() / 4;
+
+std::int64_t Sum(std::int64_t a, std::int64_t b) {
+  return std::clamp(a + b, -kMostMilliwatts, kMostMilliwatts);
+}
+
+}  // namespace
+
+void Total::Add(const Model& model, const Fleet::Entity& entity, const Power& power) {
+  usage_ = Sum(usage_, ToMilliwatts(power.usage, model.units));
+  for (std::size_t i = 0; i < kLevels; ++i) {
+    delta_[i] = Sum(delta_[i], ToMilliwatts(power.delta_vector[i], model.units));
+  }
+  level_ = std::max(level_, entity.level);
+  importance_ = std::max(importance_, entity.importance);
+  if (count_ == 0) caliber_ = model.caliber;
+  if (caliber_ != model.caliber) caliber_ = CV_CORVANE_USAGE_CALIBER_UNKNOWN;
+  ++count_;
+}
+
+UsageHeader Total::Header(const NodeDescription& node) const {
+  return {caliber_,
+          node.name.c_str(),
+          node.role.c_str(),
+          node.keywords.c_str(),
+          static_cast<std::int8_t>(Units()),
+          level_,
+          importance_};
+}
+
+std::uint16_t Total::Usage() const {
+  return static_cast<std::uint16_t>(FromMilliwatts(usage_, Units()));
+}
+
+std::array<std::int32_t, kLevels> Total::Delta() const {
+  std::array<std::int32_t, kLevels> delta{};
+  for (std::size_t i = 0; i < kLevels; ++i) {
+    delta[i] = static_cast<std::int32_t>(FromMilliwatts(delta_[i], Units()));
+  }
+  return delta;
+}
+
+// Units are the same for usage and changes, because a client takes them for both from one column.
+int Total::Units() const {
+  constexpr std::int64_t limit = std::numeric_limits<std::int32_t>::max();
+  int units = FittingUnits(usage_);
+  for (const std::int64_t change : delta_) {
+    while (std::abs(FromMilliwatts(change, units)) > limit) ++units;
+  }
+  return units;
+}
+
+}  // namespace vt::node
