@@ -53,6 +53,18 @@ std::string Section::AnyText(std::string_view key) const {
   return *text;
 }
 
+std::vector<std::string> Section::AnyTexts(std::string_view key) const {
+  std::vector<std::string> texts;
+  for (const toml::node& item : List(key, "texts")) {
+    const std::optional<std::string> text = item.value_exact<std::string>();
+    if (!text || text->find('\0') != std::string::npos) {
+      RejectAt(item.source().begin, Quoted(key) + " must be a list of texts");
+    }
+    texts.push_back(*text);
+  }
+  return texts;
+}
+
 std::string Section::Id(std::string_view key) const {
   std::string id = Text(key);
   if (id.size() != kIdLength) {

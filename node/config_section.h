@@ -36,6 +36,7 @@ class Section {
   std::string Text(std::string_view key, const std::string& fallback) const;
   // Anything but a zero byte may stand in a path and in other texts that are no names.
   std::string AnyText(std::string_view key) const;
+  std::vector<std::string> AnyTexts(std::string_view key) const;
   std::string Id(std::string_view key) const;
   // Keywords are a list of texts, which is returned with commas between.
   std::string Keywords(std::string_view key) const;

@@ -1,13 +1,14 @@
 #include "node/fleet.h"
 
 #include <algorithm>
-#include <limits>
 #include <numeric>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
-#include "node/power.h"
+#include "vtapi.h"
+
+#include "node/power_units.h"
 
 namespace vt::node {
 namespace {
@@ -18,18 +19,18 @@ struct HashId {
   }
 };
 
-// InUnits does not exceed 16 bits: units are chosen so that the greatest power of a model fits.
-std::uint16_t InUnits(std::int64_t milliwatts, int units) {
-  return static_cast<std::uint16_t>(std::clamp<std::int64_t>(
-      FromMilliwatts(milliwatts, units), 0, std::numeric_limits<std::uint16_t>::max()));
-}
-
 template <class T>
 void Replace(std::optional<T>& value, const std::optional<T>& by) {
   if (by) value = by;
 }
 
 }  // namespace
+
+std::uint32_t AttributeBit(std::uint32_t type) {
+  const std::int32_t number = vt_get_external_tlv_enum_type(type);
+  constexpr std::int32_t bits = 32;
+  return number >= 0 && number < bits ? std::uint32_t{1} << number : 0;
+}
 
 std::uint32_t Fleet::AddModel(Model model) {
   models_.push_back(std::move(model));
@@ -153,16 +154,28 @@ Power Fleet::PowerOf(std::uint32_t index, Instant now, std::int64_t profile_fact
   const std::int64_t factor = Scaled(kOne + noise, profile_factor);
   Power power;
   for (std::size_t i = 0; i < kLevels; ++i) {
-    power.usage_vector[i] = InUnits(Scaled(model.milliwatts[i], factor), model.units);
+    power.usage_vector[i] = UsageInUnits(Scaled(model.milliwatts[i], factor), model.units);
   }
   // A measured usage may differ from what the level lets expect, until the level is set.
-  power.usage = model.measured_milliwatts && !entity.level_was_set
-                    ? InUnits(*model.measured_milliwatts, model.units)
+  power.usage = model.measured_milliwatts && (model.is_host || !entity.level_was_set)
+                    ? UsageInUnits(*model.measured_milliwatts, model.units)
                     : power.usage_vector.at(entity.level);
   for (std::size_t i = 0; i < kLevels; ++i) {
     power.delta_vector[i] = power.usage_vector[i] - power.usage;
   }
   return power;
+}
+
+void Fleet::Measure(std::uint32_t model, std::int64_t milliwatts, std::int32_t category) {
+  Model& measured = models_.at(model);
+  measured.measured_milliwatts = milliwatts;
+  measured.units = FitPower(milliwatts).units;
+  measured.category = category;
+  measured.attributes |= AttributeBit(CV_CORVANE_TLV_TYPE_USAGE);
+}
+
+void Fleet::LoseMeasure(std::uint32_t model) {
+  models_.at(model).attributes &= ~AttributeBit(CV_CORVANE_TLV_TYPE_USAGE);
 }
 
 std::optional<std::uint32_t> Fleet::Find(const DeviceIdText& id, std::uint32_t number) const {

@@ -56,18 +56,26 @@ struct NeighborDescription {
   bool reachable = true;
 };
 
+// AttributeBit is the bit of an element type in a set of attributes; 0 for what is no attribute.
+std::uint32_t AttributeBit(std::uint32_t type);
+
 // Model is what the devices of a group have in common.
 struct Model {
+  // The attributes that the devices have, by AttributeBit. Those without a value, such as a
+  // recurrence that is neither configured nor set, they do not tell, either.
+  std::uint32_t attributes = ~std::uint32_t{0};
   std::string domain;
   Pattern name;
   std::string role;
   std::string keywords;                             // separated by commas
   std::array<std::int64_t, kLevels> milliwatts{};   // at each level, before profile and noise
-  std::optional<std::int64_t> measured_milliwatts;  // usage until the level is set
-  std::int8_t units = 0;                            // decimal exponent of the watt; all usages fit
-  std::int32_t caliber = 0;                         // enum cv_corvane_usage_caliber
-  std::int32_t category = 0;                        // enum cv_corvane_usage_category
-  std::int32_t entity_type = 0;                     // enum cv_entity_type
+  std::optional<std::int64_t> measured_milliwatts;  // usage until the level is set, or of the host
+  bool is_host =
+      false;  // its usage is what was measured, and levels are what its actions make of them
+  std::int8_t units = 0;         // decimal exponent of the watt; all usages fit
+  std::int32_t caliber = 0;      // enum cv_corvane_usage_caliber
+  std::int32_t category = 0;     // enum cv_corvane_usage_category
+  std::int32_t entity_type = 0;  // enum cv_entity_type
   Profile profile;
   Noise noise;
   std::optional<sockaddr_in> address;  // without one, that of the node
@@ -148,6 +156,11 @@ class Fleet {
 
   // PowerOf takes the factor of the profile, for many entities share it.
   Power PowerOf(std::uint32_t index, Instant now, std::int64_t profile_factor) const;
+
+  // Measure gives the entities of a model a usage that was measured, in the units that fit it best;
+  // LoseMeasure takes it away, so that they tell none.
+  void Measure(std::uint32_t model, std::int64_t milliwatts, std::int32_t category);
+  void LoseMeasure(std::uint32_t model);
 
   // Find returns the index of an entity.
   std::optional<std::uint32_t> Find(const DeviceIdText& id, std::uint32_t number) const;

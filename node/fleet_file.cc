@@ -16,7 +16,9 @@
 #include "vtapi.h"
 
 #include "node/config_section.h"
-#include "node/power.h"
+#include "node/derived_id.h"
+#include "node/host/host_section.h"
+#include "node/power_units.h"
 
 namespace vt::node {
 namespace {
@@ -59,14 +61,15 @@ NodeDescription ReadNode(const Section& section) {
 // --- power ---
 
 void ReadUsages(const Section& section, Model& model) {
-  const int units = static_cast<int>(section.Number("units", kLeastUnits, kGreatestUnits, 0));
+  const auto units =
+      static_cast<std::int8_t>(section.Number("units", kFinestUnits, kCoarsestUnits, 0));
   const std::vector<std::int64_t> usages = section.Numbers("usage_vector", 0, kGreatestUsage);
   if (usages.size() != kLevels) {
     section.Reject("usage_vector",
                    "'usage_vector' must be a list of 11 numbers, for level 0 to 10");
   }
   for (std::size_t i = 0; i < kLevels; ++i) model.milliwatts[i] = ToMilliwatts(usages[i], units);
-  model.units = static_cast<std::int8_t>(units);
+  model.units = units;
   if (section.Has("usage")) {
     model.measured_milliwatts = ToMilliwatts(section.Number("usage", 0, kGreatestUsage), units);
   }
@@ -175,11 +178,11 @@ void FitUnits(const Section& section, Model& model) {
   const std::int64_t nominal = *std::ranges::max_element(model.milliwatts);
   const std::int64_t greatest =
       Scaled(nominal, Scaled(model.profile.greatest(), kOne + model.noise.amplitude));
-  const int fitting = FittingUnits(greatest);
+  const std::int8_t fitting = CommonUnits({&greatest, 1});
   const std::string at_most = " with the profile and the noise at their greatest, is more than ";
   if (section.Has("watts")) {
-    if (fitting > kGreatestUnits) section.Reject("watts", "the power," + at_most + "65535 MW");
-    model.units = static_cast<std::int8_t>(fitting);
+    if (fitting > kCoarsestUnits) section.Reject("watts", "the power," + at_most + "65535 MW");
+    model.units = fitting;
   } else if (fitting > model.units) {
     section.Reject("usage_vector", "the usage," + at_most + "65535: choose larger units");
   }
@@ -316,7 +319,7 @@ class GroupIds {
   }
 
   DeviceIdText Of(std::uint32_t number) const {
-    return pattern_ ? Written(number) : Derived(number);
+    return pattern_ ? Written(number) : DerivedId(node_, name_ + '\0' + std::to_string(number));
   }
 
  private:
@@ -324,20 +327,6 @@ class GroupIds {
     std::string text;
     pattern_->Write(number, 1, text);
     return IdFrom(text);
-  }
-
-  DeviceIdText Derived(std::uint32_t number) const {
-    const std::string data = name_ + '\0' + std::to_string(number);
-    std::array<std::uint8_t, VT_DIGEST_SIZE> digest{};
-    hmac_sha(node_.data(), static_cast<std::uint32_t>(node_.size()), data.data(),
-             static_cast<std::uint32_t>(data.size()), digest.data());
-    constexpr std::string_view digits = "0123456789abcdef";
-    DeviceIdText id{};
-    for (std::size_t i = 0; i < id.size(); i += 2) {
-      id[i] = digits[digest[i / 2] >> 4];
-      id[i + 1] = digits[digest[i / 2] & 15];
-    }
-    return id;
   }
 
   std::string node_;
@@ -359,10 +348,10 @@ toml::table Parse(const std::string& path) {
 // FleetReader puts the fleet together, and remembers which table each entity came from.
 class FleetReader {
  public:
-  explicit FleetReader(const Section& top) : top_(top) {}
+  FleetReader(const Section& top, const HostProbe& probe) : top_(top), probe_(probe) {}
 
   FleetFile Read() {
-    top_.AllowOnly({"node", "device", "group"});
+    top_.AllowOnly({"node", "device", "group", "host"});
     const std::optional<Section> node = top_.Table("node");
     if (!node) top_.Reject("a table [node] is missing");
     fleet_.node = ReadNode(*node);
@@ -371,8 +360,13 @@ class FleetReader {
 
     for (const Section& section : top_.Tables("device")) ReadDevice(section);
     for (const Section& section : top_.Tables("group")) ReadGroup(section);
-    if (fleet_.entity_count() == 0) {
-      top_.Reject("device", "there must be one table [[device]] or [[group]] at least");
+    if (const std::optional<Section> host = top_.Table("host")) {
+      file.host = ReadHost(*host, fleet_.node);
+      if (probe_) file.host_entities = AddHost(fleet_, *file.host, probe_(*file.host));
+      parts_.push_back({*host, fleet_.entity_count()});
+    }
+    if (fleet_.entity_count() == 0 && !file.host) {
+      top_.Reject("device", "there must be one table [[device]], [[group]] or [host] at least");
     }
     if (const std::optional<std::uint32_t> doubled = fleet_.Finish()) RejectDoubled(*doubled);
     file.fleet = std::move(fleet_);
@@ -445,6 +439,7 @@ class FleetReader {
   }
 
   const Section& top_;
+  const HostProbe& probe_;
   Fleet fleet_;
   std::vector<Part> parts_;
 };
@@ -461,9 +456,9 @@ FleetError::FleetError(const std::string& path, std::uint32_t line, std::uint32_
                        const std::string& message)
     : std::runtime_error(Placed(path, line, column, message)), line_(line), column_(column) {}
 
-FleetFile LoadFleet(const std::string& path) {
+FleetFile LoadFleet(const std::string& path, const HostProbe& probe) {
   const toml::table table = Parse(path);
-  return FleetReader(Section(table, path)).Read();
+  return FleetReader(Section(table, path), probe).Read();
 }
 
 }  // namespace vt::node

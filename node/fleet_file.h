@@ -3,11 +3,14 @@
 #define VT_NODE_FLEET_FILE_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "node/fleet.h"
+#include "node/host/host_device.h"
 
 namespace vt::node {
 
@@ -30,11 +33,17 @@ class FleetError : public std::runtime_error {
 struct FleetFile {
   Fleet fleet;
   std::optional<std::string> state;  // the path of the state file
+  std::optional<HostDescription> host;
+  HostEntities host_entities;  // in the fleet
 };
 
+// HostProbe looks for the sensors of this host.
+using HostProbe = std::function<std::vector<HostEntity>(const HostDescription&)>;
+
 // LoadFleet reads a TOML file, and the profiles that it names. Paths in it start at its folder. It
-// throws FleetError.
-FleetFile LoadFleet(const std::string& path);
+// throws FleetError. probe is called when everything else is right, and without it nothing of the
+// host is in the fleet.
+FleetFile LoadFleet(const std::string& path, const HostProbe& probe = {});
 
 }  // namespace vt::node
 

@@ -5,9 +5,10 @@
 #include <exception>
 #include <iostream>
 #include <optional>
-#include <utility>
+#include <string_view>
 
 #include "node/fleet_file.h"
+#include "node/host/probe_command.h"
 #include "node/log.h"
 #include "node/options.h"
 #include "node/service.h"
@@ -17,20 +18,26 @@ namespace {
 
 enum ExitCode : int { kExitOk = 0, kExitCannotServe = 1, kExitUsage = 2 };
 
-ExitCode Run(int argc, const char* const* argv) {
+void CheckConfiguration(const Options& options) {
+  (void)ReadKey(options);
+  const FleetFile file = LoadFleet(options.config);
+  std::cout << options.config << ": " << file.fleet.entity_count() << " entities"
+            << (file.host ? ", and this host" : "") << std::endl;
+}
+
+int Run(int argc, const char* const* argv) {
+  if (argc > 1 && std::string_view(argv[1]) == "probe") return RunProbe(argc - 1, argv + 1);
   const std::optional<Options> options = ParseOptions(argc, argv);
   if (!options) return kExitOk;
   // A reader of standard output that goes away must not end the node.
   (void)signal(SIGPIPE, SIG_IGN);
   StartLog(options->log_level);
-  std::optional<voltaris::Key> key = ReadKey(*options);
-  // The fleet is read first: a faulty one must not open the port.
-  FleetFile file = LoadFleet(options->config);
   if (options->check_config) {
-    std::cout << options->config << ": " << file.fleet.entity_count() << " entities" << std::endl;
+    CheckConfiguration(*options);
     return kExitOk;
   }
-  Service service(*options, std::move(file), std::move(key));
+  // The configuration is read first: a faulty one must not open the port.
+  Service service(*options, ReadConfiguration(*options));
   std::cout << "listening on " << EndpointText(service.address()) << std::endl;
   service.Run();
   return kExitOk;

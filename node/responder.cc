@@ -110,11 +110,17 @@ Clocks Clocks::System() {
       [] { return std::chrono::steady_clock::now(); }};
 }
 
+const Action* HostControl::ActionFor(std::uint8_t level) const {
+  const auto found = std::ranges::find(actions, level, &Action::level);
+  return found != actions.end() ? &*found : nullptr;
+}
+
 Responder::Responder(Fleet fleet, std::optional<voltaris::Key> key, StateKeeper state,
-                     Clocks clocks)
+                     HostControl host, Clocks clocks)
     : fleet_(std::move(fleet)),
       key_(std::move(key)),
       state_(std::move(state)),
+      host_(std::move(host)),
       clocks_(std::move(clocks)) {}
 
 std::vector<Bytes> Responder::Answer(std::span<const std::uint8_t> message) {
@@ -139,9 +145,18 @@ std::vector<Bytes> Responder::Answer(std::span<const std::uint8_t> message) {
   return replies.Finish();
 }
 
+void Responder::Measured(std::span<const Reading> readings) {
+  const std::lock_guard lock(mutex_);
+  TakeReadings(fleet_, host_.entities, readings);
+}
+
 DeviceHeader Responder::HeaderOf(std::uint32_t entity) const {
   const DeviceIdText& id = fleet_.IdOf(entity);
   return {std::string_view(id.data(), id.size()), fleet_.AddressOf(entity)};
+}
+
+bool Responder::HasUsage(std::uint32_t entity) const {
+  return (fleet_.ModelOf(entity).attributes & AttributeBit(CV_CORVANE_TLV_TYPE_USAGE)) != 0;
 }
 
 void Responder::Collect(const ReceivedQuery& query, Selection& selection,
@@ -160,25 +175,26 @@ void Responder::Collect(const ReceivedQuery& query, Selection& selection,
 
 void Responder::Set(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) {
   const std::optional<Changes> changes = ReadChanges(query);
-  std::vector<std::uint32_t> concerned;
+  std::vector<std::uint32_t> to_set;
+  std::vector<std::uint32_t> refusing;
   selection.ForEachDevice(
-      [&](const std::vector<std::uint32_t>& of_device, const std::vector<std::uint32_t>& others) {
-        concerned.insert(concerned.end(), of_device.begin(), of_device.end());
-        for (const std::uint32_t entity : others) {
-          replies.Refuse(HeaderOf(entity), fleet_.EntityAt(entity).number);
+      [&](const std::vector<std::uint32_t>& concerned, const std::vector<std::uint32_t>& others) {
+        for (const std::uint32_t entity : concerned) {
+          (changes && IsSettable(entity, *changes) ? to_set : refusing).push_back(entity);
         }
+        refusing.insert(refusing.end(), others.begin(), others.end());
       });
   // The client has given up by then, and would not know what was set.
   if (selection.IsOver()) throw Rejected("its time was over before it was set");
-  const bool changed = changes && Change(concerned, *changes);
-  if (!changed) {
-    for (const std::uint32_t entity : concerned) {
-      replies.Refuse(HeaderOf(entity), fleet_.EntityAt(entity).number);
-    }
-    return;
+  if (changes && !Change(to_set, *changes)) {
+    refusing.insert(refusing.end(), to_set.begin(), to_set.end());
+    to_set.clear();
+  }
+  for (const std::uint32_t entity : refusing) {
+    replies.Refuse(HeaderOf(entity), fleet_.EntityAt(entity).number);
   }
   Teller teller(query, fleet_, clocks_.wall(), replies);
-  for (const std::uint32_t entity : concerned) {
+  for (const std::uint32_t entity : to_set) {
     const DeviceHeader header = HeaderOf(entity);
     replies.Accept(header, fleet_.EntityAt(entity).number);
     // Clients read the answer to a set from combined elements alone.
@@ -186,7 +202,13 @@ void Responder::Set(const ReceivedQuery& query, Selection& selection, ReplyPacke
   }
 }
 
-// Change sets all of the entities, on the disk too, or none of them.
+// Entities of this host can be set to the levels alone that the operator has an action for.
+bool Responder::IsSettable(std::uint32_t entity, const Changes& changes) const {
+  return !changes.level || !fleet_.ModelOf(entity).is_host ||
+         host_.ActionFor(*changes.level) != nullptr;
+}
+
+// Change sets all of the entities, on the disk and in the world too, or none of them.
 bool Responder::Change(const std::vector<std::uint32_t>& entities, const Changes& changes) {
   std::vector<std::pair<std::uint32_t, Changes>> before;
   for (const std::uint32_t entity : entities) {
@@ -194,13 +216,13 @@ bool Responder::Change(const std::vector<std::uint32_t>& entities, const Changes
     fleet_.Apply(entity, changes);
     if (fleet_.ChangesOf(entity) != old) before.emplace_back(entity, std::move(old));
   }
-  if (before.empty()) return true;
   try {
-    state_.Keep(fleet_);
-    return true;
+    if (!before.empty()) state_.Keep(fleet_);
+    if (ActOnHost(entities, changes)) return true;
   } catch (const std::system_error& error) {
     Log(VT_LOG_ERROR, std::string("a set is refused: ") + error.what());
   }
+  if (before.empty()) return false;
   for (const auto& [entity, old] : before) fleet_.Restore(entity, old);
   // The file may be the new one all the same, when only its folder could not be brought to the
   // disk.
@@ -212,6 +234,22 @@ bool Responder::Change(const std::vector<std::uint32_t>& entities, const Changes
   return false;
 }
 
+// ActOnHost does what the operator wants done when this host is set to a level, once however many
+// of its entities are set.
+bool Responder::ActOnHost(const std::vector<std::uint32_t>& entities,
+                          const Changes& changes) const {
+  const auto is_host = [this](std::uint32_t entity) { return fleet_.ModelOf(entity).is_host; };
+  if (!changes.level || std::ranges::none_of(entities, is_host)) return true;
+  const std::string level = "level " + std::to_string(*changes.level);
+  const std::optional<std::string> failure = RunAction(*host_.ActionFor(*changes.level));
+  if (failure) {
+    Log(VT_LOG_ERROR, level + " is refused: " + *failure);
+  } else {
+    Log(VT_LOG_INFO, "this host was set to " + level);
+  }
+  return !failure;
+}
+
 void Responder::Sum(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const {
   const FactorsAt factors(fleet_, clocks_.wall());
   Total total;
@@ -219,6 +257,10 @@ void Responder::Sum(const ReceivedQuery& query, Selection& selection, ReplyPacke
                               const std::vector<std::uint32_t>& others) {
     const DeviceHeader header = HeaderOf(concerned.empty() ? others.front() : concerned.front());
     for (const std::uint32_t entity : concerned) {
+      if (!HasUsage(entity)) {
+        replies.Refuse(header, fleet_.EntityAt(entity).number);
+        continue;
+      }
       replies.Accept(header, fleet_.EntityAt(entity).number);
       total.Add(fleet_.ModelOf(entity), fleet_.EntityAt(entity), factors.PowerOf(entity));
     }

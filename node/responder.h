@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "node/fleet.h"
+#include "node/host/host_device.h"
 #include "node/received_query.h"
 #include "node/reply_packer.h"
 #include "node/state_keeper.h"
@@ -28,32 +29,50 @@ struct Clocks {
   static Clocks System();
 };
 
+// HostControl is what the responder has of this host, besides its entities in the fleet: the levels
+// that it can be set to, with what is then to be done.
+struct HostControl {
+  HostEntities entities;
+  std::vector<Action> actions;
+
+  const Action* ActionFor(std::uint8_t level) const;  // or null
+};
+
 class Responder {
  public:
   Responder(Fleet fleet, std::optional<voltaris::Key> key, StateKeeper state = StateKeeper({}),
-            Clocks clocks = Clocks::System());
+            HostControl host = {}, Clocks clocks = Clocks::System());
 
   // Answer returns the messages that answer one message, or throws Rejected. It may be called by
   // several threads; they take turns, so that a set is seen whole or not at all.
   //
   // What a set has changed is in the state file before the answer says so; when it cannot be
-  // written the set is undone and refused. Beyond the time-out of the query, counted from the call,
-  // nothing more is answered, and nothing is set.
+  // written the set is undone and refused. So it is when it sets this host to a level whose action
+  // fails; a level of the host without an action is refused by the host alone. Beyond the time-out
+  // of the query, counted from the call, nothing more is answered, and nothing is set.
   std::vector<Bytes> Answer(std::span<const std::uint8_t> message);
+
+  // Measured puts readings of the sensors of this host into the fleet, in the order of its
+  // entities.
+  void Measured(std::span<const Reading> readings);
 
  private:
   class Selection;
 
   DeviceHeader HeaderOf(std::uint32_t entity) const;
+  bool HasUsage(std::uint32_t entity) const;
   void Collect(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const;
   void Set(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies);
+  bool IsSettable(std::uint32_t entity, const Changes& changes) const;
   bool Change(const std::vector<std::uint32_t>& entities, const Changes& changes);
+  bool ActOnHost(const std::vector<std::uint32_t>& entities, const Changes& changes) const;
   void Sum(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const;
 
   std::mutex mutex_;
   Fleet fleet_;
   std::optional<voltaris::Key> key_;
   StateKeeper state_;
+  HostControl host_;
   Clocks clocks_;
 };
 

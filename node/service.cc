@@ -38,24 +38,51 @@ std::optional<voltaris::Key> ReadKey(const Options& options) {
   return *std::move(key);
 }
 
-Service::Service(const Options& options, FleetFile file, std::optional<voltaris::Key> key)
+Configuration ReadConfiguration(const Options& options) {
+  Configuration configuration;
+  configuration.key = ReadKey(options);
+  configuration.file = LoadFleet(options.config, [&](const HostDescription& host) {
+    configuration.host = std::make_unique<HostWatch>(host.sensors, host.interval);
+    return configuration.host->entities();
+  });
+  return configuration;
+}
+
+Service::Service(const Options& options, Configuration first)
     : options_(options),
       signals_(io_, SIGINT, SIGTERM, SIGHUP),
-      server_(io_, options.listen, LimitsOf(options), [this](std::span<const std::uint8_t> message) {
-        return responder_->Answer(message);
-      }) {
+      server_(
+          io_, options.listen, LimitsOf(options),
+          [this](std::span<const std::uint8_t> message) { return responder_->Answer(message); }) {
+  Use(std::move(first));
   no_signals_.reset();
-  Use(std::move(file), std::move(key));
   AwaitSignal();
 }
 
 // Use answers for that fleet from now on, with what has been set of its devices.
-void Service::Use(FleetFile file, std::optional<voltaris::Key> key) {
+void Service::Use(Configuration configuration) {
+  FleetFile& file = configuration.file;
   StateKeeper state(options_.state ? options_.state : file.state);
   for (const std::string& note : state.Restore(file.fleet)) Log(VT_LOG_WARN, note);
   file.fleet.node.address = server_.address();
-  responder_ =
-      std::make_unique<Responder>(std::move(file.fleet), std::move(key), std::move(state));
+  HostControl control{file.host_entities, {}};
+  if (file.host) control.actions = std::move(file.host->actions);
+  responder_ = std::make_shared<Responder>(std::move(file.fleet), std::move(configuration.key),
+                                           std::move(state), std::move(control));
+  StartHost(std::move(configuration.host));
+}
+
+// StartHost has the sensors of this host read for the responder from now on.
+void Service::StartHost(std::unique_ptr<HostWatch> host) {
+  host_ = std::move(host);
+  if (host_ == nullptr) return;
+  responder_->Measured(host_->Read());
+  // What was read for an earlier fleet is not for this one.
+  host_->Start([this, weak = std::weak_ptr<Responder>(responder_)](std::vector<Reading> readings) {
+    server_.Post([weak, readings = std::move(readings)] {
+      if (const std::shared_ptr<Responder> responder = weak.lock()) responder->Measured(readings);
+    });
+  });
 }
 
 void Service::AwaitSignal() {
@@ -73,7 +100,7 @@ void Service::AwaitSignal() {
 
 void Service::Reload() {
   try {
-    Use(LoadFleet(options_.config), ReadKey(options_));
+    Use(ReadConfiguration(options_));
     Log(VT_LOG_INFO, "read the configuration and the key again");
   } catch (const std::exception& error) {
     Log(VT_LOG_ERROR, std::string("the configuration stays as it was: ") + error.what());

@@ -14,6 +14,7 @@
 #include "vtapi.hpp"
 
 #include "node/fleet_file.h"
+#include "node/host/host_watch.h"
 #include "node/options.h"
 #include "node/responder.h"
 #include "node/server.h"
@@ -23,11 +24,21 @@ namespace vt::node {
 // ReadKey reads the key that the options name, if they do. It throws UsageError.
 std::optional<voltaris::Key> ReadKey(const Options& options);
 
+// Configuration is what the options name: the fleet, the sensors of this host and the key.
+struct Configuration {
+  FleetFile file;
+  std::unique_ptr<HostWatch> host;
+  std::optional<voltaris::Key> key;
+};
+
+// ReadConfiguration reads the files and looks for the sensors. It throws UsageError and FleetError.
+Configuration ReadConfiguration(const Options& options);
+
 class Service {
  public:
   // Service listens and brings what the state file holds into the fleet. options must outlive it.
   // It throws std::system_error when it cannot listen, or cannot use the state file.
-  Service(const Options& options, FleetFile file, std::optional<voltaris::Key> key);
+  Service(const Options& options, Configuration first);
 
   sockaddr_in address() const { return server_.address(); }
 
@@ -47,17 +58,19 @@ class Service {
     sigset_t saved_;
   };
 
-  void Use(FleetFile file, std::optional<voltaris::Key> key);
+  void Use(Configuration configuration);
+  void StartHost(std::unique_ptr<HostWatch> host);
   void AwaitSignal();
   void Reload();
 
   const Options& options_;
   std::optional<NoSignals> no_signals_{std::in_place};  // first: while the others start threads
   // Used on the thread that answers, from when the server accepts connections.
-  std::unique_ptr<Responder> responder_;
+  std::shared_ptr<Responder> responder_;
   asio::io_context io_;
   asio::signal_set signals_;
   Server server_;
+  std::unique_ptr<HostWatch> host_;  // last: its thread uses the server
 };
 
 }  // namespace vt::node

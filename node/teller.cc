@@ -205,6 +205,18 @@ std::uint32_t OneCombinedType(const std::set<std::uint32_t>& asked) {
   return count <= 1 ? type : 0;
 }
 
+// BitsOfCombined is the attributes that a combined element tells.
+std::uint32_t BitsOfCombined(std::uint32_t combined_type) {
+  std::uint32_t bits = 0;
+  for (const Row& row : kRows) {
+    if (row.is_in_combined) bits |= AttributeBit(row.type);
+  }
+  for (const CombinedType& combined : kCombinedTypes) {
+    if (combined.type == combined_type) bits |= AttributeBit(combined.told);
+  }
+  return bits;
+}
+
 UsageHeader HeaderOf(const Subject& subject) {
   const Model& model = subject.model();
   const Fleet::Entity& entity = subject.entity();
@@ -229,14 +241,15 @@ Teller::Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now, Repl
                                type == CV_CORVANE_TLV_TYPE_REPLY_TO;
     asks_for_row = asks_for_row || is_of_the_row;
     if (is_of_the_row || !asked_.insert(type).second || RowOf(type) == nullptr) continue;
-    types_.push_back(type);
+    AddType(type);
     // As clients expect, units follow everything that is scaled by them, and those that are asked
     // for by themselves come on top.
-    if (IsScaledByUnits(type)) types_.push_back(CV_CORVANE_TLV_TYPE_UNITS);
+    if (IsScaledByUnits(type)) AddType(CV_CORVANE_TLV_TYPE_UNITS);
   }
   // Told last, and only when nothing else makes a row.
-  if (asks_for_row) types_.push_back(CV_CORVANE_TLV_TYPE_VLTRS_ID);
+  if (asks_for_row) AddType(CV_CORVANE_TLV_TYPE_VLTRS_ID);
   combined_type_ = OneCombinedType(asked_);
+  combined_bits_ = BitsOfCombined(combined_type_);
 }
 
 void Teller::Tell(const DeviceHeader& device, std::span<const std::uint32_t> entities) {
@@ -254,7 +267,8 @@ void Teller::TellCombined(const DeviceHeader& device, std::uint32_t entity) {
   for (const CombinedType& combined : kCombinedTypes) {
     const bool wanted =
         asked_.contains(combined.told) || (combined.type == VT_TLV_COMBINED_USAGE && !wants_vector);
-    if (wanted) GatherCombined(entity, combined.type);
+    const bool has = (fleet_.ModelOf(entity).attributes & AttributeBit(combined.told)) != 0;
+    if (wanted && has) GatherCombined(entity, combined.type);
   }
   Flush(device);
 }
@@ -266,8 +280,12 @@ void Teller::Gather(std::uint32_t entity) {
   const Subject subject{fleet_, entity, name_, power};
   const std::size_t before = entries_.size();
   std::uint32_t order = 0;
-  for (const std::uint32_t type : types_) {
+  for (const auto& [type, bit] : types_) {
     if (type == CV_CORVANE_TLV_TYPE_VLTRS_ID && entries_.size() != before) break;
+    if ((subject.model().attributes & bit) != bit) {
+      ++order;
+      continue;
+    }
     std::size_t start = values_.size();
     ends_.clear();
     Values values(values_, ends_);
@@ -311,7 +329,10 @@ bool Teller::IsCombined(std::uint32_t type) const {
 // PreferShorter puts combined elements in the place of those that they stand for, if they are
 // shorter: each element has the device in front, which is most of it.
 void Teller::PreferShorter(std::span<const std::uint32_t> entities) {
-  if (combined_type_ == 0) return;
+  const auto tells_combined = [this](std::uint32_t entity) {
+    return (fleet_.ModelOf(entity).attributes & combined_bits_) == combined_bits_;
+  };
+  if (combined_type_ == 0 || !std::ranges::all_of(entities, tells_combined)) return;
   std::size_t plain_size = 0;
   std::uint64_t elements = 0;  // a bit for each; there are fewer rows than bits
   for (const Entry& entry : entries_) {

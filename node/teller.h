@@ -30,6 +30,12 @@ class Teller {
   void TellCombined(const DeviceHeader& device, std::uint32_t entity);
 
  private:
+  // Asked is a type to tell.
+  struct Asked {
+    std::uint32_t type;
+    std::uint32_t bit;  // AttributeBit
+  };
+
   // Entry is one value, in values_. order is the place of its type among those to tell.
   struct Entry {
     std::uint32_t order;
@@ -39,6 +45,7 @@ class Teller {
     std::uint32_t size;
   };
 
+  void AddType(std::uint32_t type) { types_.push_back({type, AttributeBit(type)}); }
   void Gather(std::uint32_t entity);
   void GatherCombined(std::uint32_t entity, std::uint32_t type);
   bool IsCombined(std::uint32_t type) const;
@@ -48,9 +55,10 @@ class Teller {
   const Fleet& fleet_;
   FactorsAt factors_;
   ReplyPacker& replies_;
-  std::vector<std::uint32_t> types_;  // to tell, each once
-  std::set<std::uint32_t> asked_;     // without the units that come along
-  std::uint32_t combined_type_ = 0;   // the one combined type that would do, or 0
+  std::vector<Asked> types_;         // each once
+  std::set<std::uint32_t> asked_;    // without the units that come along
+  std::uint32_t combined_type_ = 0;  // the one combined type that would do, or 0
+  std::uint32_t combined_bits_ = 0;  // the attributes that it tells
   // Of the device at hand; kept for their memory.
   std::string name_;
   Bytes values_;

@@ -6,7 +6,7 @@
 
 #include "vtapi.h"
 
-#include "node/power.h"
+#include "node/power_units.h"
 
 namespace vt::node {
 namespace {
@@ -33,33 +33,26 @@ void Total::Add(const Model& model, const Fleet::Entity& entity, const Power& po
 }
 
 UsageHeader Total::Header(const NodeDescription& node) const {
-  return {caliber_,
-          node.name.c_str(),
-          node.role.c_str(),
-          node.keywords.c_str(),
-          static_cast<std::int8_t>(Units()),
-          level_,
-          importance_};
+  return {caliber_, node.name.c_str(), node.role.c_str(), node.keywords.c_str(), Units(),
+          level_,   importance_};
 }
 
-std::uint16_t Total::Usage() const {
-  return static_cast<std::uint16_t>(FromMilliwatts(usage_, Units()));
-}
+std::uint16_t Total::Usage() const { return UsageInUnits(usage_, Units()); }
 
 std::array<std::int32_t, kLevels> Total::Delta() const {
   std::array<std::int32_t, kLevels> delta{};
   for (std::size_t i = 0; i < kLevels; ++i) {
-    delta[i] = static_cast<std::int32_t>(FromMilliwatts(delta_[i], Units()));
+    delta[i] = static_cast<std::int32_t>(ChangeInUnits(delta_[i], Units()));
   }
   return delta;
 }
 
 // Units are the same for usage and changes, because a client takes them for both from one column.
-int Total::Units() const {
+std::int8_t Total::Units() const {
   constexpr std::int64_t limit = std::numeric_limits<std::int32_t>::max();
-  int units = FittingUnits(usage_);
+  std::int8_t units = CommonUnits({&usage_, 1});
   for (const std::int64_t change : delta_) {
-    while (std::abs(FromMilliwatts(change, units)) > limit) ++units;
+    while (std::abs(ChangeInUnits(change, units)) > limit) ++units;
   }
   return units;
 }

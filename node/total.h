@@ -27,7 +27,7 @@ class Total {
   std::array<std::int32_t, kLevels> Delta() const;
 
  private:
-  int Units() const;
+  std::int8_t Units() const;
 
   std::size_t count_ = 0;
   std::int64_t usage_ = 0;

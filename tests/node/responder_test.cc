@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/node_fleet/disk_calls.h"
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/disk_calls.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/node_support.h"
 
 #include <algorithm>
 #include <utility>
@@ -236,7 +236,7 @@ FleetUnderTest::FleetUnderTest(const std::string& config, std::optional<std::str
         node::FleetFile file = Load(config);
         node::StateKeeper keeper(state);
         (void)keeper.Restore(file.fleet);
-        return node::Responder(std::move(file.fleet), std::nullopt, std::move(keeper),
+        return node::Responder(std::move(file.fleet), std::nullopt, std::move(keeper), {},
                                TestClocks());
       }()) {}
 

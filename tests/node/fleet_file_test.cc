@@ -8,7 +8,7 @@
 
 #include "vtapi.h"
 
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {
@@ -286,9 +286,9 @@ TEST(FleetFile, MistakesInTheFileAsAWholeAreToldWithTheirPlace) {
       {"[node]\nid = \"x\"\n", 2, 6, "must have 32 characters, and has 1"},
       {"[node]\nname = \"x\"\n", 1, 1, "'id' is missing"},
       {"node = 3\n", 1, 8, "'node' must be a table"},
-      {NodeTable(), 1, 1, "one table [[device]] or [[group]]"},
+      {NodeTable(), 1, 1, "one table [[device]], [[group]] or [host]"},
       {NodeTable() + "device = []\n", 7, 1, "there is no setting 'device' here"},
-      {"device = []\n" + NodeTable(), 1, 10, "one table [[device]] or [[group]]"},
+      {"device = []\n" + NodeTable(), 1, 10, "one table [[device]], [[group]] or [host]"},
       {"device = [1]\n" + NodeTable(), 1, 11, "'device' must be a list of tables"},
       {"group = { count = 1 }\n" + NodeTable() + device, 1, 9, "'group' must be a list of tables"},
       {NodeTable("state = \"\"") + device, 6, 9, "'state' must be a text that is not empty"},

@@ -1,8 +1,8 @@
 // The calls that decide what is on the disk after a crash: fsync and rename, in the order in which
 // the program makes them, and failing where a test says so. disk_calls.cc defines both in the test
 // executable, where the node's own objects are linked too.
-#ifndef VT_TESTS_NODE_FLEET_DISK_CALLS_H_
-#define VT_TESTS_NODE_FLEET_DISK_CALLS_H_
+#ifndef VT_TESTS_NODE_DISK_CALLS_H_
+#define VT_TESTS_NODE_DISK_CALLS_H_
 
 #include <cstddef>
 #include <functional>
@@ -37,4 +37,4 @@ class DiskCalls {
 
 }  // namespace vt::testing
 
-#endif  // VT_TESTS_NODE_FLEET_DISK_CALLS_H_
+#endif  // VT_TESTS_NODE_DISK_CALLS_H_

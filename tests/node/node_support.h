@@ -1,7 +1,7 @@
 // What the tests of the node's fleet share: configurations, queries, and the node without its
 // network.
-#ifndef VT_TESTS_NODE_FLEET_NODE_SUPPORT_H_
-#define VT_TESTS_NODE_FLEET_NODE_SUPPORT_H_
+#ifndef VT_TESTS_NODE_NODE_SUPPORT_H_
+#define VT_TESTS_NODE_NODE_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
@@ -74,4 +74,4 @@ class FleetUnderTest {
 
 }  // namespace vt::testing
 
-#endif  // VT_TESTS_NODE_FLEET_NODE_SUPPORT_H_
+#endif  // VT_TESTS_NODE_NODE_SUPPORT_H_

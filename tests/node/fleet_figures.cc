@@ -9,7 +9,7 @@
 
 #include "node/fleet_file.h"
 #include "node/responder.h"
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "vtapi.hpp"
 
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {

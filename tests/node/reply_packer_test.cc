@@ -5,7 +5,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {

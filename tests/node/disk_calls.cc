@@ -1,4 +1,4 @@
-#include "tests/node_fleet/disk_calls.h"
+#include "tests/node/disk_calls.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>

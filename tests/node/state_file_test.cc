@@ -15,8 +15,8 @@
 #include <thread>
 
 #include "node/state_keeper.h"
-#include "tests/node_fleet/disk_calls.h"
-#include "tests/node_fleet/node_support.h"
+#include "tests/node/disk_calls.h"
+#include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {

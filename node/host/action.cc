@@ -1,0 +1,107 @@
+#include "node/host/action.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include "node/host/file_descriptor.h"
+
+namespace vt::node {
+namespace {
+
+std::string ErrorText(int number) { return std::generic_category().message(number); }
+
+// SpawnSettings are those of posix_spawn: which signals and descriptors the program gets.
+class SpawnSettings {
+ public:
+  SpawnSettings() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&files_);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setpgroup(&attributes_, 0);
+    posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    posix_spawn_file_actions_addopen(&files_, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&files_, STDERR_FILENO, STDOUT_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&files_, STDERR_FILENO + 1);
+  }
+  ~SpawnSettings() {
+    posix_spawn_file_actions_destroy(&files_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+  const posix_spawn_file_actions_t* files() const { return &files_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+  posix_spawn_file_actions_t files_;
+};
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// EndsWithin waits for the end of a child, which stays to be reaped.
+bool EndsWithin(pid_t child, std::chrono::seconds timeout) {
+  using Clock = std::chrono::steady_clock;
+  const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+  if (process.get() < 0) return false;
+  const Clock::time_point end = Clock::now() + timeout;
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    if (left.count() <= 0) return false;
+    pollfd watched{process.get(), POLLIN, 0};
+    const int ready = poll(&watched, 1, static_cast<int>(left.count()));
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return false;
+  }
+}
+
+}  // namespace
+
+std::optional<std::string> RunAction(const Action& action) {
+  std::vector<std::string> arguments = action.command;
+  std::vector<std::string> environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin",
+                                          "VOLTARIS_LEVEL=" + std::to_string(action.level)};
+  const std::string& program = action.command.front();
+  const SpawnSettings settings;
+  pid_t child = -1;
+  const int error = posix_spawn(&child, program.c_str(), settings.files(), settings.attributes(),
+                                Pointers(arguments).data(), Pointers(environment).data());
+  if (error != 0) return program + " cannot be started: " + ErrorText(error);
+
+  const bool ended = EndsWithin(child, action.timeout);
+  if (!ended) kill(-child, SIGKILL);
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return program + " cannot be waited for: " + ErrorText(errno);
+  }
+  if (!ended) {
+    return program + " was ended after " + std::to_string(action.timeout.count()) + " s";
+  }
+  if (WIFSIGNALED(status))
+    return program + " was ended by signal " + std::to_string(WTERMSIG(status));
+  if (WEXITSTATUS(status) == 0) return std::nullopt;
+  return program + " ended with code " + std::to_string(WEXITSTATUS(status));
+}
+
+}  // namespace vt::node

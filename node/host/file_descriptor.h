@@ -1,0 +1,31 @@
+// FileDescriptor owns one open file or socket of the sources in this folder.
+#ifndef VT_NODE_HOST_FILE_DESCRIPTOR_H_
+#define VT_NODE_HOST_FILE_DESCRIPTOR_H_
+
+#include <unistd.h>
+
+#include <utility>
+
+namespace vt::node {
+
+class FileDescriptor {
+ public:
+  // FileDescriptor takes over fd; a negative one is none.
+  explicit FileDescriptor(int fd) : fd_(fd) {}
+  ~FileDescriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(FileDescriptor&&) = delete;
+
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+}  // namespace vt::node
+
+#endif  // VT_NODE_HOST_FILE_DESCRIPTOR_H_

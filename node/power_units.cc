@@ -1,0 +1,54 @@
+#include "node/power_units.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace vt::node {
+namespace {
+
+constexpr std::int64_t kGreatestUsage = std::numeric_limits<std::uint16_t>::max();
+constexpr int kGreatestShift = 18;  // 10^18 is the last power of ten that 64 bits hold
+
+// Rounded divides a number that is not negative, halves upwards; it adds nothing to the number,
+// which may be the greatest of all.
+std::int64_t Rounded(std::int64_t milliwatts, std::int8_t units) {
+  int shift = units - kFinestUnits;
+  if (shift > kGreatestShift) return 0;
+  std::int64_t divisor = 1;
+  for (; shift > 0; --shift) divisor *= 10;
+  const std::int64_t rest = milliwatts % divisor;
+  return milliwatts / divisor + (rest >= divisor - rest ? 1 : 0);
+}
+
+}  // namespace
+
+std::uint16_t UsageInUnits(std::int64_t milliwatts, std::int8_t units) {
+  const std::int64_t usage = Rounded(std::max<std::int64_t>(milliwatts, 0), units);
+  return static_cast<std::uint16_t>(std::min(usage, kGreatestUsage));
+}
+
+std::int64_t ToMilliwatts(std::int64_t value, std::int8_t units) {
+  for (int shift = units - kFinestUnits; shift > 0; --shift) value *= 10;
+  return value;
+}
+
+std::int64_t ChangeInUnits(std::int64_t milliwatts, std::int8_t units) {
+  if (milliwatts >= 0) return Rounded(milliwatts, units);
+  // The least number of all has no positive counterpart.
+  return -Rounded(-std::max(milliwatts, -std::numeric_limits<std::int64_t>::max()), units);
+}
+
+std::int8_t CommonUnits(std::span<const std::int64_t> milliwatts) {
+  std::int64_t greatest = 0;
+  for (const std::int64_t value : milliwatts) greatest = std::max(greatest, value);
+  std::int8_t units = kFinestUnits;
+  while (Rounded(greatest, units) > kGreatestUsage) ++units;
+  return units;
+}
+
+PowerInUnits FitPower(std::int64_t milliwatts) {
+  const std::int8_t units = CommonUnits({&milliwatts, 1});
+  return {UsageInUnits(milliwatts, units), units};
+}
+
+}  // namespace vt::node
