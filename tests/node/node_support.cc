@@ -174,9 +174,9 @@ std::string NodeTable(const std::string& more) {
 
 node::Instant At(std::int64_t seconds) { return node::Instant(std::chrono::seconds(seconds)); }
 
-node::FleetFile Load(const std::string& config) {
+node::FleetFile Load(const std::string& config, const node::HostProbe& probe) {
   const TempFolder folder;
-  return node::LoadFleet(folder.Write("fleet.toml", config));
+  return node::LoadFleet(folder.Write("fleet.toml", config), probe);
 }
 
 PduImage Asking(const std::vector<std::uint32_t>& types) {
@@ -231,13 +231,16 @@ Bytes Answered::Only(std::uint32_t type) const {
   return found.empty() ? Bytes() : found.front().value;
 }
 
-FleetUnderTest::FleetUnderTest(const std::string& config, std::optional<std::string> state)
+FleetUnderTest::FleetUnderTest(const std::string& config, std::optional<std::string> state,
+                               const node::HostProbe& probe)
     : responder_([&] {
-        node::FleetFile file = Load(config);
+        node::FleetFile file = Load(config, probe);
+        node::HostControl control{file.host_entities, {}};
+        if (file.host) control.actions = file.host->actions;
         node::StateKeeper keeper(state);
         (void)keeper.Restore(file.fleet);
-        return node::Responder(std::move(file.fleet), std::nullopt, std::move(keeper), {},
-                               TestClocks());
+        return node::Responder(std::move(file.fleet), std::nullopt, std::move(keeper),
+                               std::move(control), TestClocks());
       }()) {}
 
 node::Clocks FleetUnderTest::TestClocks() {

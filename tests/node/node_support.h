@@ -24,7 +24,7 @@ std::string NodeTable(const std::string& more = "");
 node::Instant At(std::int64_t seconds);
 
 // Load loads a configuration that stands in a folder of its own.
-node::FleetFile Load(const std::string& config);
+node::FleetFile Load(const std::string& config, const node::HostProbe& probe = {});
 
 // Asking is a collect of these element types for the domain "test", as clients write it; its sender
 // is the default one, so that a node without a key takes it with KeyOfSender.
@@ -58,9 +58,11 @@ struct Answered {
 // FleetUnderTest answers queries for a fleet, at a time that the test sets.
 class FleetUnderTest {
  public:
-  explicit FleetUnderTest(const std::string& config, std::optional<std::string> state = {});
+  explicit FleetUnderTest(const std::string& config, std::optional<std::string> state = {},
+                          const node::HostProbe& probe = {});
 
   Answered Ask(const PduImage& image);
+  void Measured(const std::vector<node::Reading>& readings) { responder_.Measured(readings); }
 
   std::int64_t now = 0;                 // seconds after 1970
   std::chrono::seconds steady_step{0};  // by which the other clock goes on when it is looked at

@@ -135,6 +135,11 @@ std::string TempFolder::Write(const std::string& name, const std::string& conten
   return file;
 }
 
+std::string TempFolder::Read(const std::string& name) const {
+  std::ifstream file(path(name), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 nlohmann::json Outcome::json() const {
   nlohmann::json document = nlohmann::json::parse(out, nullptr, false);
   if (document.is_discarded()) ADD_FAILURE() << "not JSON:\n" << out << "\nstderr:\n" << err;

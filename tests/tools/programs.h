@@ -32,6 +32,8 @@ class TempFolder {
   // path.
   std::string Write(const std::string& name, const std::string& content, mode_t mode = 0600) const;
   std::string path(const std::string& name) const { return path_ + "/" + name; }
+  // Read is what a file holds, empty when it is not there.
+  std::string Read(const std::string& name) const;
 
  private:
   std::string path_;

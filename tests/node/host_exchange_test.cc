@@ -1,0 +1,116 @@
+// This host as an application meets it: the real program with a made-up system, asked with the
+// command.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <map>
+#include <string>
+
+#include "tests/node/host_tree.h"
+#include "tests/node/node_support.h"
+
+namespace vt::testing {
+namespace {
+
+const std::string kChip = "sys/class/hwmon/hwmon0/";
+
+class HostExchange : public ::testing::Test {
+ protected:
+  HostExchange() {
+    host_.PutZone("intel-rapl:0", "package-0", "1000000");
+    host_.Put(kChip + "name", "chip");
+    host_.Put(kChip + "power1_input", "3000000");
+  }
+
+  std::string Config(const std::string& more = "") const {
+    return NodeTable() + "[host]\nid = \"" + DeviceId(7) + "\"\nname = \"box\"\nnut = \"off\"\n" +
+           "interval = 1\nroot = \"" + host_.root() + "\"\n" + more;
+  }
+
+  // Rows are those of the host, by the number of the entity.
+  static std::map<int, nlohmann::json> Rows(const Node& node) {
+    std::map<int, nlohmann::json> rows;
+    const Outcome outcome =
+        node.Ask({"collect", "name", "usage", "units", "caliber", "level", "-o", "json"});
+    const nlohmann::json document = outcome.json();
+    for (const nlohmann::json& row : document["rows"]) rows[row["entity"]] = row;
+    return rows;
+  }
+
+  // Until asks again and again, for what the node reads by itself; it fails after all patience.
+  template <class Condition>
+  static void Until(const Node& node, Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + kProgramPatience;
+    while (!condition(Rows(node))) {
+      ASSERT_LT(std::chrono::steady_clock::now(), end);
+    }
+  }
+
+  HostTree host_;
+};
+
+TEST_F(HostExchange, SensorsAreEntitiesWithUsageUnitsAndCaliber) {
+  const Node node(Config());
+  std::map<int, nlohmann::json> rows = Rows(node);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[101]["name"], "box package-0");
+  EXPECT_EQ(rows[101]["caliber"], "presumed");
+  EXPECT_EQ(rows[201]["name"], "box chip power1");
+  EXPECT_EQ(rows[201]["caliber"], "actual");
+  EXPECT_EQ(rows[201]["usage"], 3000);
+  EXPECT_EQ(rows[201]["usage_units"], -3);
+}
+
+TEST_F(HostExchange, ReadingsFollowTheSystem) {
+  const Node node(Config());
+  host_.Put(kChip + "power1_input", "4000000");
+  Until(node, [](std::map<int, nlohmann::json> rows) { return rows[201]["usage"] == 4000; });
+  host_.Remove(kChip + "power1_input");
+  Until(node, [](std::map<int, nlohmann::json> rows) { return rows[201]["usage"].is_null(); });
+}
+
+TEST_F(HostExchange, ACounterOfEnergyBecomesPowerWithTheSecondReading) {
+  const Node node(Config());
+  Until(node, [](std::map<int, nlohmann::json> rows) { return rows[101]["usage"] == 0; });
+}
+
+TEST_F(HostExchange, SensorsThatAppearAreFoundAtAReload) {
+  Node node(Config());
+  EXPECT_EQ(Rows(node).size(), 2u);
+  host_.Put(kChip + "power2_input", "5000000");
+  node.program().Signal(SIGHUP);
+  Until(node, [](std::map<int, nlohmann::json> rows) { return rows.size() == 3; });
+  EXPECT_EQ(Rows(node)[202]["usage"], 5000);
+}
+
+TEST_F(HostExchange, ASetRunsTheActionOfTheLevelAndRefusesTheOthers) {
+  const TempFolder folder;
+  const Node node(
+      Config("[[host.action]]\nlevel = 3\ncommand = [\"/bin/cp\", \"/proc/self/environ\", \"" +
+             folder.path("out") + "\"]\n"));
+  const Outcome set = node.Ask({"set", "level=3"});
+  EXPECT_EQ(set.exit_code, 0) << set.err;
+  EXPECT_NE(folder.Read("out").find("VOLTARIS_LEVEL=3"), std::string::npos);
+  EXPECT_EQ(Rows(node)[101]["level"], 3);
+  EXPECT_NE(node.Ask({"set", "level=4"}).exit_code, 0);
+  EXPECT_EQ(Rows(node)[101]["level"], 3);
+}
+
+TEST_F(HostExchange, ASystemWithoutSensorsIsANodeWithoutEntities) {
+  const HostTree empty;
+  Node node(NodeTable() + "[host]\nnut = \"off\"\nroot = \"" + empty.root() + "\"\n");
+  EXPECT_EQ(Rows(node).size(), 0u);
+  EXPECT_EQ(node.Stop().exit_code, 0);
+}
+
+TEST_F(HostExchange, CheckingTheConfigurationLooksForNoSensors) {
+  const TempFolder folder;
+  const std::string config = folder.Write("fleet.toml", Config());
+  const Outcome outcome = Program("voltaris-node", {"--config", config, "--check-config"}).Finish();
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out, config + ": 0 entities, and this host\n");
+}
+
+}  // namespace
+}  // namespace vt::testing
