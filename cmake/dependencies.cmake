@@ -34,7 +34,10 @@ mark_as_advanced(VTAPI_ASIO_INCLUDE)
 add_library(vtapi_asio INTERFACE)
 add_library(vtapi::asio ALIAS vtapi_asio)
 target_include_directories(vtapi_asio SYSTEM INTERFACE "${VTAPI_ASIO_INCLUDE}")
-target_compile_definitions(vtapi_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Whether asio has aligned_alloc it decides by what was included before it, and so differently in the
+# files of one program: one would release with free what another has taken from new.
+target_compile_definitions(vtapi_asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED
+                                                ASIO_DISABLE_STD_ALIGNED_ALLOC)
 # The thread sanitizer does not know fences, of which g++ warns. asio has some beside its locks.
 target_compile_options(
   vtapi_asio

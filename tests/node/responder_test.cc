@@ -109,7 +109,7 @@ TEST(Responder, EveryAttributeTravelsInAnElementOfItsTypeWhenItIsAskedForAlone) 
 TEST(Responder, WhatIsScaledByUnitsTravelsWithThem) {
   // The long role makes elements of their own the shorter form.
   std::string config = Complete();
-  config.replace(config.find("\"de\""), 4, '"' + std::string(255, 'r') + '"');
+  config.replace(config.find("\"de\"") + 1, 2, std::string(255, 'r'));
   FleetUnderTest fleet(config);
   const struct {
     std::uint32_t type;
