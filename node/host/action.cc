@@ -1,18 +1,15 @@
 #include "node/host/action.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <future>
 #include <system_error>
-
-#include "node/host/file_descriptor.h"
+#include <thread>
 
 namespace vt::node {
 namespace {
@@ -61,20 +58,21 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// EndsWithin waits for the end of a child, which stays to be reaped.
-bool EndsWithin(pid_t child, std::chrono::seconds timeout) {
-  using Clock = std::chrono::steady_clock;
-  const FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
-  if (process.get() < 0) return false;
-  const Clock::time_point end = Clock::now() + timeout;
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    if (left.count() <= 0) return false;
-    pollfd watched{process.get(), POLLIN, 0};
-    const int ready = poll(&watched, 1, static_cast<int>(left.count()));
-    if (ready > 0) return true;
-    if (ready < 0 && errno != EINTR) return false;
-  }
+// EndsInTime waits for the end of a child, and kills it with its group when it takes too long. The
+// child stays to be reaped, so that the group's number cannot be another's by then.
+bool EndsInTime(pid_t child, std::chrono::seconds timeout) {
+  std::promise<void> end;
+  std::thread waiter([child, &end] {
+    siginfo_t info;
+    while (waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT) < 0 &&
+           errno == EINTR) {
+    }
+    end.set_value();
+  });
+  const bool in_time = end.get_future().wait_for(timeout) == std::future_status::ready;
+  if (!in_time) kill(-child, SIGKILL);
+  waiter.join();
+  return in_time;
 }
 
 }  // namespace
@@ -90,13 +88,12 @@ std::optional<std::string> RunAction(const Action& action) {
                                 Pointers(arguments).data(), Pointers(environment).data());
   if (error != 0) return program + " cannot be started: " + ErrorText(error);
 
-  const bool ended = EndsWithin(child, action.timeout);
-  if (!ended) kill(-child, SIGKILL);
+  const bool in_time = EndsInTime(child, action.timeout);
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
     if (errno != EINTR) return program + " cannot be waited for: " + ErrorText(errno);
   }
-  if (!ended) {
+  if (!in_time) {
     return program + " was ended after " + std::to_string(action.timeout.count()) + " s";
   }
   if (WIFSIGNALED(status))

@@ -260,6 +260,9 @@ void* operator new(std::size_t size) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return VT_REAL_MALLOC(size > 0 ? size : 1);
+}
 void operator delete(void* block) noexcept { VT_REAL_FREE(block); }
 void operator delete(void* block, std::size_t) noexcept { VT_REAL_FREE(block); }
 #endif
