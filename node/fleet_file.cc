@@ -17,6 +17,7 @@
 
 #include "node/config_section.h"
 #include "node/derived_id.h"
+#include "node/fault_file.h"
 #include "node/host/host_section.h"
 #include "node/power_units.h"
 
@@ -351,7 +352,7 @@ class FleetReader {
   FleetReader(const Section& top, const HostProbe& probe) : top_(top), probe_(probe) {}
 
   FleetFile Read() {
-    top_.AllowOnly({"node", "device", "group", "host"});
+    top_.AllowOnly({"node", "device", "group", "host", "fault"});
     const std::optional<Section> node = top_.Table("node");
     if (!node) top_.Reject("a table [node] is missing");
     fleet_.node = ReadNode(*node);
@@ -369,6 +370,7 @@ class FleetReader {
       top_.Reject("device", "there must be one table [[device]], [[group]] or [host] at least");
     }
     if (const std::optional<std::uint32_t> doubled = fleet_.Finish()) RejectDoubled(*doubled);
+    file.faults = ReadFaults(top_, fleet_, !file.host);
     file.fleet = std::move(fleet_);
     return file;
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "node/fault.h"
 #include "node/fleet.h"
 #include "node/host/host_device.h"
 
@@ -35,6 +36,7 @@ struct FleetFile {
   std::optional<std::string> state;  // the path of the state file
   std::optional<HostDescription> host;
   HostEntities host_entities;  // in the fleet
+  std::vector<Fault> faults;   // those that are not enabled included
 };
 
 // HostProbe looks for the sensors of this host.

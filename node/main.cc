@@ -20,9 +20,12 @@ enum ExitCode : int { kExitOk = 0, kExitCannotServe = 1, kExitUsage = 2 };
 
 void CheckConfiguration(const Options& options) {
   (void)ReadKey(options);
-  const FleetFile file = LoadFleet(options.config);
+  FleetFile file = LoadFleet(options.config);
+  EnableFaults(options, file);
   std::cout << options.config << ": " << file.fleet.entity_count() << " entities"
-            << (file.host ? ", and this host" : "") << std::endl;
+            << (file.host ? ", and this host" : "");
+  if (!file.faults.empty()) std::cout << ", faults: " << file.faults.size();
+  std::cout << std::endl;
 }
 
 int Run(int argc, const char* const* argv) {

@@ -105,6 +105,11 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
                  "connections at once, 1 to 100000 (default 1024); more wait")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 100000));
+  app.add_option("--fault", options.faults,
+                 "switch on a fault that the configuration has off, by its name; may be repeated")
+      ->type_name("NAME")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_flag("--check-config", options.check_config,
                "read the configuration, say what is wrong with it, and end");
   app.add_option("--log-level", log_level,

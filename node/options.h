@@ -9,6 +9,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace vt::node {
 
@@ -25,8 +26,9 @@ struct Options {
   std::optional<std::string> state;  // the path of the state file, before that of the configuration
   std::chrono::seconds connection_timeout{10};
   std::size_t max_connections = 1024;
-  bool check_config = false;    // and do nothing else
-  std::uint32_t log_level = 3;  // enum vt_log_level, of the library and of the node itself
+  std::vector<std::string> faults;  // that are switched on, by name
+  bool check_config = false;        // and do nothing else
+  std::uint32_t log_level = 3;      // enum vt_log_level, of the library and of the node itself
 };
 
 // ParseOptions returns the options, or no options when the command line asked for help or the

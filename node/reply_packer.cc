@@ -34,6 +34,12 @@ security_header SecurityHeader() {
 
 }  // namespace
 
+void SignMessage(const hmac_context& key, Bytes& message) {
+  hmac_sha_msg(&key, message.data() + kMessageHeaderOffset,
+               static_cast<std::uint32_t>(message.size() - kMessageHeaderOffset),
+               message.data() + kDigestOffset);
+}
+
 DeviceHeader::DeviceHeader(std::string_view id, const sockaddr_in& address) {
   std::memcpy(wire_.data(), id.data(), std::min<std::size_t>(id.size(), VT_IDENTITY_SIZE));
   PutU32(wire_.data() + VT_IDENTITY_SIZE, sizeof address);
@@ -166,9 +172,7 @@ void ReplyStream::Seal(Message& message) {
   const security_header security = SecurityHeader();
   cv_corvane_secure_host_to_nw(&security, wire);
   cv_corvane_event_host_to_nw(&header, wire + kMessageHeaderOffset);
-  hmac_sha_msg(&query_.key(), wire + kMessageHeaderOffset,
-               static_cast<std::uint32_t>(message.bytes.size() - kMessageHeaderOffset),
-               wire + kDigestOffset);
+  SignMessage(query_.key(), message.bytes);
   sealed_.push_back(std::move(message.bytes));
 }
 
@@ -183,6 +187,7 @@ ReplyPacker::ReplyPacker(const ReceivedQuery& query, const std::string& sender,
                          const std::string& domain)
     : accepted_(query, CV_SHIPMENT_ACK_WILL, sender, ""),
       refused_(query, CV_SHIPMENT_ACK_WONT, sender, ""),
+      postponed_(query, CV_SHIPMENT_ACK_LATER, sender, ""),
       results_(query, CV_SHIPMENT_REPLY_NO_ERROR, sender, domain) {}
 
 void ReplyPacker::Accept(const DeviceHeader& device, std::uint32_t entity) {
@@ -191,6 +196,10 @@ void ReplyPacker::Accept(const DeviceHeader& device, std::uint32_t entity) {
 
 void ReplyPacker::Refuse(const DeviceHeader& device, std::uint32_t entity) {
   refused_.Add(device, VT_TLV_ACKNOWLEDGEMENT, entity, {});
+}
+
+void ReplyPacker::Postpone(const DeviceHeader& device, std::uint32_t entity) {
+  postponed_.Add(device, VT_TLV_ACKNOWLEDGEMENT, entity, {});
 }
 
 void ReplyPacker::Add(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
@@ -202,6 +211,7 @@ std::vector<Bytes> ReplyPacker::Finish() {
   std::vector<Bytes> messages;
   accepted_.Finish(messages);
   refused_.Finish(messages);
+  postponed_.Finish(messages);
   results_.Finish(messages);
   return messages;
 }

@@ -31,6 +31,9 @@ inline constexpr std::size_t kAggregateSize =
     VT_TLV_HEADER_SIZE + kDeviceHeaderSize + sizeof(std::uint32_t);
 inline constexpr std::size_t kTagSize = sizeof(std::uint32_t);
 
+// SignMessage writes the digest of a whole message into it.
+void SignMessage(const hmac_context& key, Bytes& message);
+
 // DeviceHeader names a device in a message: its identity and its address, as they travel.
 class DeviceHeader {
  public:
@@ -133,6 +136,9 @@ class ReplyPacker {
   void Accept(const DeviceHeader& device, std::uint32_t entity);
   void Refuse(const DeviceHeader& device, std::uint32_t entity);
 
+  // Postpone says that an entity will answer later, which is not on this connection.
+  void Postpone(const DeviceHeader& device, std::uint32_t entity);
+
   // Add adds one value of an entity, as ValueWriter writes it; type is without its flag.
   void Add(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
            std::span<const std::uint8_t> value);
@@ -143,6 +149,7 @@ class ReplyPacker {
  private:
   ReplyStream accepted_;
   ReplyStream refused_;
+  ReplyStream postponed_;
   ReplyStream results_;
 };
 

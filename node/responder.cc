@@ -10,6 +10,7 @@
 
 #include "node/changes.h"
 #include "node/log.h"
+#include "node/spoil.h"
 #include "node/teller.h"
 #include "node/total.h"
 
@@ -51,6 +52,37 @@ class Endpoint {
 bool Asks(const ReceivedQuery& query, std::uint32_t type) {
   return std::ranges::any_of(query.attributes(),
                              [type](const Tlv* element) { return element->type == type; });
+}
+
+QueryKind KindOf(const ReceivedQuery& query) {
+  const std::pair kind(int{query.header().class_}, int{query.header().action});
+  if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_COLLECT) ||
+      kind == std::pair<int, int>(CV_CLASS_QUERY, VT_ACTION_QUERY_FURTHER)) {
+    return QueryKind::kCollect;
+  }
+  if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_SET)) {
+    return QueryKind::kSet;
+  }
+  if (kind == std::pair<int, int>(CV_CLASS_AGGREGATE, CV_ACTION_MXRT_CORVANE_AGGREGATE_SUM)) {
+    return QueryKind::kSum;
+  }
+  throw Rejected("class " + std::to_string(kind.first) + " action " + std::to_string(kind.second) +
+                 " is not served");
+}
+
+bool Has(const Fault* fault, FaultKind kind) { return fault != nullptr && fault->kind == kind; }
+
+// Answers tells whether a device with that fault, or none, does what the query says.
+bool Answers(const Fault* fault) {
+  return !Has(fault, FaultKind::kNak) && !Has(fault, FaultKind::kLater) &&
+         !Has(fault, FaultKind::kSilent);
+}
+
+// Excuse is what a device says of an entity instead of an answer.
+void Excuse(const Fault& fault, const DeviceHeader& device, std::uint32_t entity,
+            ReplyPacker& replies) {
+  if (fault.kind == FaultKind::kNak) replies.Refuse(device, entity);
+  if (fault.kind == FaultKind::kLater) replies.Postpone(device, entity);
 }
 
 }  // namespace
@@ -116,33 +148,31 @@ const Action* HostControl::ActionFor(std::uint8_t level) const {
 }
 
 Responder::Responder(Fleet fleet, std::optional<voltaris::Key> key, StateKeeper state,
-                     HostControl host, Clocks clocks)
+                     HostControl host, Clocks clocks, Faults faults)
     : fleet_(std::move(fleet)),
       key_(std::move(key)),
       state_(std::move(state)),
       host_(std::move(host)),
-      clocks_(std::move(clocks)) {}
+      clocks_(std::move(clocks)),
+      faults_(std::move(faults)) {}
 
-std::vector<Bytes> Responder::Answer(std::span<const std::uint8_t> message) {
+Delivery Responder::Answer(std::span<const std::uint8_t> message,
+                           const asio::ip::address_v4& client) {
   const Clocks::Steady start = clocks_.steady();
   const ReceivedQuery query(message, key_);
+  const QueryKind kind = KindOf(query);
   const std::lock_guard lock(mutex_);
   Selection selection(fleet_, query, clocks_, start);
-  ReplyPacker replies(query, fleet_.node.id, query.domain());
-  const std::pair kind(int{query.header().class_}, int{query.header().action});
-  if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_COLLECT) ||
-      kind == std::pair<int, int>(CV_CLASS_QUERY, VT_ACTION_QUERY_FURTHER)) {
-    Collect(query, selection, replies);
-  } else if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_SET)) {
-    Set(query, selection, replies);
-  } else if (kind ==
-             std::pair<int, int>(CV_CLASS_AGGREGATE, CV_ACTION_MXRT_CORVANE_AGGREGATE_SUM)) {
-    Sum(query, selection, replies);
-  } else {
-    throw Rejected("class " + std::to_string(kind.first) + " action " +
-                   std::to_string(kind.second) + " is not served");
-  }
-  return replies.Finish();
+  Strikes strikes(faults_, fleet_, kind, client);
+  ReplyDesk desk(query, fleet_.node.id);
+  if (kind == QueryKind::kCollect) Collect(query, selection, strikes, desk);
+  if (kind == QueryKind::kSet) Set(query, selection, strikes, desk);
+  if (kind == QueryKind::kSum) Sum(query, selection, strikes, desk);
+  Delivery delivery;
+  delivery.messages = desk.Finish();
+  if (const Fault* fault = strikes.OnConnection()) SpoilDelivery(*fault, query.key(), delivery);
+  strikes.Log();
+  return delivery;
 }
 
 void Responder::Measured(std::span<const Reading> readings) {
@@ -159,46 +189,68 @@ bool Responder::HasUsage(std::uint32_t entity) const {
   return (fleet_.ModelOf(entity).attributes & AttributeBit(CV_CORVANE_TLV_TYPE_USAGE)) != 0;
 }
 
-void Responder::Collect(const ReceivedQuery& query, Selection& selection,
-                        ReplyPacker& replies) const {
-  Teller teller(query, fleet_, clocks_.wall(), replies);
+void Responder::Collect(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
+                        ReplyDesk& desk) const {
+  Teller teller(query, fleet_, clocks_.wall());
   selection.ForEachDevice([&](const std::vector<std::uint32_t>& concerned,
                               const std::vector<std::uint32_t>& others) {
+    const Fault* fault = strikes.OnDevice(concerned, others);
+    if (Has(fault, FaultKind::kSilent)) return;
     const DeviceHeader header = HeaderOf(concerned.empty() ? others.front() : concerned.front());
-    const bool all_tell = concerned.empty() || !teller.KnowsNothing();
-    if (all_tell) teller.Tell(header, concerned);
+    ReplyPacker& replies = desk.For(fault);
+    const bool all_tell =
+        !Has(fault, FaultKind::kNak) && (concerned.empty() || !teller.KnowsNothing());
+    if (all_tell && Answers(fault)) teller.Tell(header, concerned, replies);
+    if (all_tell && Has(fault, FaultKind::kLater)) {
+      for (const std::uint32_t entity : concerned) {
+        replies.Postpone(header, fleet_.EntityAt(entity).number);
+      }
+    }
     // Clients make an empty row of every entity that an answer to a collect names, refusals
     // included. Entity 0, the device as a whole, makes none.
     if (!others.empty() || !all_tell) replies.Refuse(header, 0);
   });
 }
 
-void Responder::Set(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) {
+void Responder::Set(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
+                    ReplyDesk& desk) {
   const std::optional<Changes> changes = ReadChanges(query);
   std::vector<std::uint32_t> to_set;
+  std::vector<ReplyPacker*> packers;  // of those to set
   std::vector<std::uint32_t> refusing;
+  const auto refuse = [&](ReplyPacker& replies, std::uint32_t entity) {
+    replies.Refuse(HeaderOf(entity), fleet_.EntityAt(entity).number);
+  };
   selection.ForEachDevice(
       [&](const std::vector<std::uint32_t>& concerned, const std::vector<std::uint32_t>& others) {
+        const Fault* fault = strikes.OnDevice(concerned, others);
+        ReplyPacker& replies = desk.For(fault);
         for (const std::uint32_t entity : concerned) {
-          (changes && IsSettable(entity, *changes) ? to_set : refusing).push_back(entity);
+          if (!Answers(fault)) {
+            Excuse(*fault, HeaderOf(entity), fleet_.EntityAt(entity).number, replies);
+          } else if (changes && IsSettable(entity, *changes)) {
+            to_set.push_back(entity);
+            packers.push_back(&replies);
+          } else {
+            refuse(replies, entity);
+          }
         }
-        refusing.insert(refusing.end(), others.begin(), others.end());
+        if (Has(fault, FaultKind::kSilent)) return;
+        for (const std::uint32_t entity : others) refuse(replies, entity);
       });
   // The client has given up by then, and would not know what was set.
   if (selection.IsOver()) throw Rejected("its time was over before it was set");
-  if (changes && !Change(to_set, *changes)) {
-    refusing.insert(refusing.end(), to_set.begin(), to_set.end());
-    to_set.clear();
-  }
-  for (const std::uint32_t entity : refusing) {
-    replies.Refuse(HeaderOf(entity), fleet_.EntityAt(entity).number);
-  }
-  Teller teller(query, fleet_, clocks_.wall(), replies);
-  for (const std::uint32_t entity : to_set) {
-    const DeviceHeader header = HeaderOf(entity);
-    replies.Accept(header, fleet_.EntityAt(entity).number);
+  const bool is_set = changes && Change(to_set, *changes);
+  Teller teller(query, fleet_, clocks_.wall());
+  for (std::size_t i = 0; i < to_set.size(); ++i) {
+    if (!is_set) {
+      refuse(*packers[i], to_set[i]);
+      continue;
+    }
+    const DeviceHeader header = HeaderOf(to_set[i]);
+    packers[i]->Accept(header, fleet_.EntityAt(to_set[i]).number);
     // Clients read the answer to a set from combined elements alone.
-    teller.TellCombined(header, entity);
+    teller.TellCombined(header, to_set[i], *packers[i]);
   }
 }
 
@@ -250,26 +302,35 @@ bool Responder::ActOnHost(const std::vector<std::uint32_t>& entities,
   return !failure;
 }
 
-void Responder::Sum(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const {
+void Responder::Sum(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
+                    ReplyDesk& desk) const {
   const FactorsAt factors(fleet_, clocks_.wall());
   Total total;
   selection.ForEachDevice([&](const std::vector<std::uint32_t>& concerned,
                               const std::vector<std::uint32_t>& others) {
+    const Fault* fault = strikes.OnDevice(concerned, others);
+    ReplyPacker& replies = desk.For(fault);
     const DeviceHeader header = HeaderOf(concerned.empty() ? others.front() : concerned.front());
     for (const std::uint32_t entity : concerned) {
-      if (!HasUsage(entity)) {
-        replies.Refuse(header, fleet_.EntityAt(entity).number);
-        continue;
+      const std::uint32_t number = fleet_.EntityAt(entity).number;
+      if (!Answers(fault)) {
+        Excuse(*fault, header, number, replies);
+      } else if (!HasUsage(entity)) {
+        replies.Refuse(header, number);
+      } else {
+        replies.Accept(header, number);
+        total.Add(fleet_.ModelOf(entity), fleet_.EntityAt(entity), factors.PowerOf(entity));
       }
-      replies.Accept(header, fleet_.EntityAt(entity).number);
-      total.Add(fleet_.ModelOf(entity), fleet_.EntityAt(entity), factors.PowerOf(entity));
     }
+    if (Has(fault, FaultKind::kSilent)) return;
     for (const std::uint32_t entity : others) {
       replies.Refuse(header, fleet_.EntityAt(entity).number);
     }
   });
   if (total.count() == 0) return;
 
+  // What the node itself tells is of no device, and right.
+  ReplyPacker& replies = desk.For(nullptr);
   constexpr std::uint32_t node_entity = 1;
   const DeviceHeader node(fleet_.node.id, fleet_.node.address);
   Bytes value;

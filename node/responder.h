@@ -3,6 +3,8 @@
 #ifndef VT_NODE_RESPONDER_H_
 #define VT_NODE_RESPONDER_H_
 
+#include <asio/ip/address_v4.hpp>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -11,10 +13,12 @@
 #include <span>
 #include <vector>
 
+#include "node/delivery.h"
+#include "node/fault.h"
 #include "node/fleet.h"
 #include "node/host/host_device.h"
 #include "node/received_query.h"
-#include "node/reply_packer.h"
+#include "node/reply_desk.h"
 #include "node/state_keeper.h"
 
 namespace vt::node {
@@ -41,16 +45,20 @@ struct HostControl {
 class Responder {
  public:
   Responder(Fleet fleet, std::optional<voltaris::Key> key, StateKeeper state = StateKeeper({}),
-            HostControl host = {}, Clocks clocks = Clocks::System());
+            HostControl host = {}, Clocks clocks = Clocks::System(), Faults faults = {});
 
-  // Answer returns the messages that answer one message, or throws Rejected. It may be called by
+  // Answer returns what answers one message of a client, or throws Rejected. It may be called by
   // several threads; they take turns, so that a set is seen whole or not at all.
   //
   // What a set has changed is in the state file before the answer says so; when it cannot be
   // written the set is undone and refused. So it is when it sets this host to a level whose action
   // fails; a level of the host without an action is refused by the host alone. Beyond the time-out
   // of the query, counted from the call, nothing more is answered, and nothing is set.
-  std::vector<Bytes> Answer(std::span<const std::uint8_t> message);
+  //
+  // Faults that strike are part of the answer. A device that refuses for one, puts off or is silent
+  // is not set, and not in a sum; one whose messages are spoiled is.
+  Delivery Answer(std::span<const std::uint8_t> message,
+                  const asio::ip::address_v4& client = asio::ip::address_v4::loopback());
 
   // Measured puts readings of the sensors of this host into the fleet, in the order of its
   // entities.
@@ -61,12 +69,14 @@ class Responder {
 
   DeviceHeader HeaderOf(std::uint32_t entity) const;
   bool HasUsage(std::uint32_t entity) const;
-  void Collect(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const;
-  void Set(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies);
+  void Collect(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
+               ReplyDesk& desk) const;
+  void Set(const ReceivedQuery& query, Selection& selection, Strikes& strikes, ReplyDesk& desk);
   bool IsSettable(std::uint32_t entity, const Changes& changes) const;
   bool Change(const std::vector<std::uint32_t>& entities, const Changes& changes);
   bool ActOnHost(const std::vector<std::uint32_t>& entities, const Changes& changes) const;
-  void Sum(const ReceivedQuery& query, Selection& selection, ReplyPacker& replies) const;
+  void Sum(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
+           ReplyDesk& desk) const;
 
   std::mutex mutex_;
   Fleet fleet_;
@@ -74,6 +84,7 @@ class Responder {
   StateKeeper state_;
   HostControl host_;
   Clocks clocks_;
+  Faults faults_;
 };
 
 }  // namespace vt::node

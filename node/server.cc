@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <limits>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -41,6 +43,21 @@ tcp::acceptor Listen(asio::io_context& io, const sockaddr_in& address) {
   }
 }
 
+// BytesBehind is up to most bytes of the messages, behind the first ones.
+std::vector<asio::const_buffer> BytesBehind(const std::vector<Bytes>& messages, std::size_t first,
+                                            std::size_t most) {
+  std::vector<asio::const_buffer> buffers;
+  for (const Bytes& message : messages) {
+    const std::size_t skipped = std::min(first, message.size());
+    const std::size_t size = std::min(message.size() - skipped, most);
+    if (size != 0) buffers.emplace_back(message.data() + skipped, size);
+    first -= skipped;
+    most -= size;
+    if (most == 0) break;
+  }
+  return buffers;
+}
+
 }  // namespace
 
 // Connection reads a query, waits for its answer, sends it and closes. It lives for as long as an
@@ -48,16 +65,19 @@ tcp::acceptor Listen(asio::io_context& io, const sockaddr_in& address) {
 // may be gone by then.
 class Server::Connection : public std::enable_shared_from_this<Server::Connection> {
  public:
-  Connection(Server& server, tcp::socket socket, std::string client)
+  Connection(Server& server, tcp::socket socket, const tcp::endpoint& client)
       : server_(server),
         socket_(std::move(socket)),
         deadline_(server.io_),
-        client_(std::move(client)) {}
+        pace_(server.io_),
+        address_(client.address().to_v4()),
+        client_(EndpointText(SystemAddress(client))) {}
   ~Connection() = default;
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
   const std::string& client() const { return client_; }
+  const asio::ip::address_v4& address() const { return address_; }
   std::span<const std::uint8_t> query() const { return {buffer_.data(), used_}; }
 
   void Start() {
@@ -66,21 +86,16 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     Read(kShortestRead);
   }
 
-  // Send sends the messages of an answer and closes.
-  void Send(std::vector<Bytes> messages) {
+  // Deliver sends an answer as it says, and closes.
+  void Deliver(Delivery answer) {
     if (is_closed_) return;
-    answer_ = std::move(messages);
-    std::vector<asio::const_buffer> buffers;
-    for (const Bytes& message : answer_) {
-      buffers.emplace_back(message.data(), message.size());
-      unsent_ += message.size();
-    }
+    answer_ = std::move(answer);
+    for (const Bytes& message : answer_.messages) unsent_ += message.size();
     server_.unsent_ += unsent_;
     EndAt(started_ + server_.limits_.connection);
-    asio::async_write(socket_, buffers,
-                      [self = shared_from_this()](const asio::error_code& error, std::size_t) {
-                        self->Sent(error);
-                      });
+    asio::error_code ignored;
+    if (answer_.step != 0) socket_.set_option(tcp::no_delay(true), ignored);
+    answer_.delay.count() != 0 ? SendAfter(answer_.delay) : Send();
   }
 
   // Drop closes without an answer.
@@ -93,6 +108,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     asio::error_code ignored;
     socket_.close(ignored);
     deadline_.cancel();
+    pace_.cancel();
     server_.unsent_ -= unsent_;
     server_.Closed(*this);
   }
@@ -138,15 +154,41 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     }
   }
 
-  void Sent(const asio::error_code& error) {
+  // Send sends the whole answer, or the next step of it.
+  void Send() {
+    const std::size_t most =
+        answer_.step != 0 ? answer_.step : std::numeric_limits<std::size_t>::max();
+    asio::async_write(socket_, BytesBehind(answer_.messages, sent_, most),
+                      [self = shared_from_this()](const asio::error_code& error, std::size_t size) {
+                        self->Sent(error, size);
+                      });
+  }
+
+  void SendAfter(std::chrono::milliseconds time) {
+    pace_.expires_after(time);
+    pace_.async_wait([self = shared_from_this()](const asio::error_code& error) {
+      if (!error && !self->is_closed_) self->Send();
+    });
+  }
+
+  void Sent(const asio::error_code& error, std::size_t size) {
     if (is_closed_) return;
+    sent_ += size;
     if (error) {
       server_.bad_peers_.Log(VT_LOG_WARN, client_ + " did not take the whole answer");
       Close();
+    } else if (sent_ < unsent_) {
+      SendAfter(answer_.pause);
     } else {
-      Log(VT_LOG_INFO, client_ + " got " + std::to_string(answer_.size()) + " messages");
-      Finish();
+      Log(VT_LOG_INFO, client_ + " got " + std::to_string(answer_.messages.size()) + " messages");
+      answer_.reset ? Reset() : Finish();
     }
+  }
+
+  void Reset() {
+    asio::error_code ignored;
+    socket_.set_option(asio::socket_base::linger(true, 0), ignored);
+    Close();
   }
 
   // Finish ends the stream. Closing a socket with unread data would reset the connection, and the
@@ -166,12 +208,15 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
   Server& server_;
   tcp::socket socket_;
   asio::steady_timer deadline_;
+  asio::steady_timer pace_;
+  const asio::ip::address_v4 address_;
   const std::string client_;
   std::chrono::steady_clock::time_point started_;
   std::array<std::uint8_t, VT_MAX_PDU_SIZE> buffer_;
   std::size_t used_ = 0;
-  std::vector<Bytes> answer_;
-  std::size_t unsent_ = 0;
+  Delivery answer_;
+  std::size_t unsent_ = 0;  // that count against the limit, until it is closed
+  std::size_t sent_ = 0;
   bool is_closed_ = false;
 };
 
@@ -213,8 +258,7 @@ void Server::Accepted(const asio::error_code& error, tcp::socket socket) {
   asio::error_code gone;
   const tcp::endpoint client = socket.remote_endpoint(gone);
   if (!gone) {
-    const auto connection =
-        std::make_shared<Connection>(*this, std::move(socket), EndpointText(SystemAddress(client)));
+    const auto connection = std::make_shared<Connection>(*this, std::move(socket), client);
     connections_.insert(connection.get());
     connection->Start();
   }
@@ -249,9 +293,9 @@ void Server::AnswerNext() {
   if (is_answering_ || asking_.empty() || unsent_ > limits_.unsent) return;
   is_answering_ = true;
   asio::post(worker_, [this, connection = std::move(asking_.front())] {
-    std::vector<Bytes> answer;
+    std::optional<Delivery> answer;
     try {
-      answer = answerer_(connection->query());
+      answer = answerer_(connection->query(), connection->address());
     } catch (const Rejected& reason) {
       bad_peers_.Log(VT_LOG_WARN,
                      "dropped a message from " + connection->client() + ": " + reason.what());
@@ -260,7 +304,7 @@ void Server::AnswerNext() {
     }
     asio::post(io_, [this, connection, answer = std::move(answer)]() mutable {
       is_answering_ = false;
-      answer.empty() ? connection->Drop() : connection->Send(std::move(answer));
+      answer ? connection->Deliver(*std::move(answer)) : connection->Drop();
       AnswerNext();
     });
   });

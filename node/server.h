@@ -5,6 +5,7 @@
 #define VT_NODE_SERVER_H_
 
 #include <asio/io_context.hpp>
+#include <asio/ip/address_v4.hpp>
 #include <asio/ip/tcp.hpp>
 #include <asio/steady_timer.hpp>
 #include <asio/thread_pool.hpp>
@@ -20,8 +21,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "node/delivery.h"
 #include "node/log.h"
-#include "node/reply_packer.h"
 
 namespace vt::node {
 
@@ -34,9 +35,10 @@ struct ServerLimits {
 
 class Server {
  public:
-  // Answerer turns a message into the messages that answer it, or throws Rejected. It is called on
+  // Answerer turns a message of a client into what answers it, or throws Rejected. It is called on
   // one thread, which is not that of the loop: an answer of many devices holds nobody up.
-  using Answerer = std::function<std::vector<Bytes>(std::span<const std::uint8_t>)>;
+  using Answerer = std::function<Delivery(std::span<const std::uint8_t> message,
+                                          const asio::ip::address_v4& client)>;
 
   // Server listens, and serves while io runs. It throws std::system_error when it cannot listen.
   Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,

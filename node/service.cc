@@ -38,6 +38,11 @@ std::optional<voltaris::Key> ReadKey(const Options& options) {
   return *std::move(key);
 }
 
+void EnableFaults(const Options& options, FleetFile& file) {
+  const std::optional<std::string> unknown = Enable(file.faults, options.faults);
+  if (unknown) throw UsageError(options.config + " has no fault of the name '" + *unknown + "'");
+}
+
 Configuration ReadConfiguration(const Options& options) {
   Configuration configuration;
   configuration.key = ReadKey(options);
@@ -45,15 +50,17 @@ Configuration ReadConfiguration(const Options& options) {
     configuration.host = std::make_unique<HostWatch>(host.sensors, host.interval);
     return configuration.host->entities();
   });
+  EnableFaults(options, configuration.file);
   return configuration;
 }
 
 Service::Service(const Options& options, Configuration first)
     : options_(options),
       signals_(io_, SIGINT, SIGTERM, SIGHUP),
-      server_(
-          io_, options.listen, LimitsOf(options),
-          [this](std::span<const std::uint8_t> message) { return responder_->Answer(message); }) {
+      server_(io_, options.listen, LimitsOf(options),
+              [this](std::span<const std::uint8_t> message, const asio::ip::address_v4& client) {
+                return responder_->Answer(message, client);
+              }) {
   Use(std::move(first));
   no_signals_.reset();
   AwaitSignal();
@@ -67,8 +74,14 @@ void Service::Use(Configuration configuration) {
   file.fleet.node.address = server_.address();
   HostControl control{file.host_entities, {}};
   if (file.host) control.actions = std::move(file.host->actions);
+  Faults faults(std::move(file.faults));
+  if (faults.count() != 0) {
+    Log(VT_LOG_WARN,
+        "answers go wrong on purpose: faults that are enabled: " + std::to_string(faults.count()));
+  }
   responder_ = std::make_shared<Responder>(std::move(file.fleet), std::move(configuration.key),
-                                           std::move(state), std::move(control));
+                                           std::move(state), std::move(control), Clocks::System(),
+                                           std::move(faults));
   StartHost(std::move(configuration.host));
 }
 

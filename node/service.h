@@ -31,6 +31,9 @@ struct Configuration {
   std::optional<voltaris::Key> key;
 };
 
+// EnableFaults switches on the faults that the options name. It throws UsageError.
+void EnableFaults(const Options& options, FleetFile& file);
+
 // ReadConfiguration reads the files and looks for the sensors. It throws UsageError and FleetError.
 Configuration ReadConfiguration(const Options& options);
 

@@ -231,8 +231,8 @@ UsageHeader HeaderOf(const Subject& subject) {
 
 }  // namespace
 
-Teller::Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now, ReplyPacker& replies)
-    : fleet_(fleet), factors_(fleet, now), replies_(replies) {
+Teller::Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now)
+    : fleet_(fleet), factors_(fleet, now) {
   bool asks_for_row = false;
   for (const Tlv* element : query.attributes()) {
     const std::uint32_t type = element->type;
@@ -252,16 +252,17 @@ Teller::Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now, Repl
   combined_bits_ = BitsOfCombined(combined_type_);
 }
 
-void Teller::Tell(const DeviceHeader& device, std::span<const std::uint32_t> entities) {
+void Teller::Tell(const DeviceHeader& device, std::span<const std::uint32_t> entities,
+                  ReplyPacker& replies) {
   for (const std::uint32_t entity : entities) Gather(entity);
   PreferShorter(entities);
   for (const std::uint32_t entity : entities) {
-    replies_.Accept(device, fleet_.EntityAt(entity).number);
+    replies.Accept(device, fleet_.EntityAt(entity).number);
   }
-  Flush(device);
+  Flush(device, replies);
 }
 
-void Teller::TellCombined(const DeviceHeader& device, std::uint32_t entity) {
+void Teller::TellCombined(const DeviceHeader& device, std::uint32_t entity, ReplyPacker& replies) {
   const bool wants_vector =
       asked_.contains(VT_TLV_USAGE_VECTOR) || asked_.contains(VT_TLV_DELTA_VECTOR);
   for (const CombinedType& combined : kCombinedTypes) {
@@ -270,7 +271,7 @@ void Teller::TellCombined(const DeviceHeader& device, std::uint32_t entity) {
     const bool has = (fleet_.ModelOf(entity).attributes & AttributeBit(combined.told)) != 0;
     if (wanted && has) GatherCombined(entity, combined.type);
   }
-  Flush(device);
+  Flush(device, replies);
 }
 
 // Gather adds everything asked for, each value in an element of its type.
@@ -359,11 +360,11 @@ void Teller::PreferShorter(std::span<const std::uint32_t> entities) {
 }
 
 // Flush adds the entries to the answer, those of one type together.
-void Teller::Flush(const DeviceHeader& device) {
+void Teller::Flush(const DeviceHeader& device, ReplyPacker& replies) {
   std::ranges::stable_sort(entries_, {}, &Entry::order);
   for (const Entry& entry : entries_) {
-    replies_.Add(device, entry.entity, entry.type,
-                 std::span(values_).subspan(entry.start, entry.size));
+    replies.Add(device, entry.entity, entry.type,
+                std::span(values_).subspan(entry.start, entry.size));
   }
   entries_.clear();
   values_.clear();

@@ -18,16 +18,17 @@ namespace vt::node {
 // Teller adds what one query asks for to its answer, device by device.
 class Teller {
  public:
-  Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now, ReplyPacker& replies);
+  Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now);
 
   // KnowsNothing tells whether the query asks for attributes, all of which no device can have.
   bool KnowsNothing() const { return !asked_.empty() && types_.empty(); }
 
   // Tell accepts for entities of one device and tells what they have of what is asked for.
-  void Tell(const DeviceHeader& device, std::span<const std::uint32_t> entities);
+  void Tell(const DeviceHeader& device, std::span<const std::uint32_t> entities,
+            ReplyPacker& replies);
 
   // TellCombined tells an entity in combined elements: usage, and each vector that is asked for.
-  void TellCombined(const DeviceHeader& device, std::uint32_t entity);
+  void TellCombined(const DeviceHeader& device, std::uint32_t entity, ReplyPacker& replies);
 
  private:
   // Asked is a type to tell.
@@ -50,11 +51,10 @@ class Teller {
   void GatherCombined(std::uint32_t entity, std::uint32_t type);
   bool IsCombined(std::uint32_t type) const;
   void PreferShorter(std::span<const std::uint32_t> entities);
-  void Flush(const DeviceHeader& device);
+  void Flush(const DeviceHeader& device, ReplyPacker& replies);
 
   const Fleet& fleet_;
   FactorsAt factors_;
-  ReplyPacker& replies_;
   std::vector<Asked> types_;         // each once
   std::set<std::uint32_t> asked_;    // without the units that come along
   std::uint32_t combined_type_ = 0;  // the one combined type that would do, or 0

@@ -46,7 +46,7 @@ void Measure(int count) {
     std::size_t bytes = 0;
     for (int i = 0; i < rounds; ++i) {
       const auto begin = std::chrono::steady_clock::now();
-      const std::vector<Bytes> answer = responder.Answer(message);
+      const std::vector<Bytes> answer = responder.Answer(message).messages;
       best = std::min(best, SecondsSince(begin));
       messages = answer.size();
       bytes = 0;

@@ -240,7 +240,8 @@ FleetUnderTest::FleetUnderTest(const std::string& config, std::optional<std::str
         node::StateKeeper keeper(state);
         (void)keeper.Restore(file.fleet);
         return node::Responder(std::move(file.fleet), std::nullopt, std::move(keeper),
-                               std::move(control), TestClocks());
+                               std::move(control), TestClocks(),
+                               node::Faults(std::move(file.faults)));
       }()) {}
 
 node::Clocks FleetUnderTest::TestClocks() {
@@ -253,13 +254,17 @@ node::Clocks FleetUnderTest::TestClocks() {
 
 Answered FleetUnderTest::Ask(const PduImage& image) {
   Answered answered;
-  answered.messages = responder_.Answer(image.Signed(KeyOfSender()));
+  answered.messages = Deliver(image).messages;
   for (const Bytes& message : answered.messages) {
     EXPECT_LE(message.size(), 1400u);
     EXPECT_EQ(Sign(message, KeyOfSender()), message);
     TakeApart(message, answered.told);
   }
   return answered;
+}
+
+node::Delivery FleetUnderTest::Deliver(const PduImage& image, const std::string& client) {
+  return responder_.Answer(image.Signed(KeyOfSender()), asio::ip::make_address_v4(client));
 }
 
 }  // namespace vt::testing

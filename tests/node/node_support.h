@@ -61,7 +61,9 @@ class FleetUnderTest {
   explicit FleetUnderTest(const std::string& config, std::optional<std::string> state = {},
                           const node::HostProbe& probe = {});
 
+  // Ask takes for granted that nothing is wrong with the messages; Deliver does not look at them.
   Answered Ask(const PduImage& image);
+  node::Delivery Deliver(const PduImage& image, const std::string& client = "127.0.0.1");
   void Measured(const std::vector<node::Reading>& readings) { responder_.Measured(readings); }
 
   std::int64_t now = 0;                 // seconds after 1970

@@ -1,0 +1,28 @@
+#include "node/reply_desk.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "node/spoil.h"
+
+namespace vt::node {
+
+ReplyDesk::ReplyDesk(const ReceivedQuery& query, const std::string& sender)
+    : query_(query), sender_(sender), well_(query, sender, query.domain()) {}
+
+ReplyPacker& ReplyDesk::For(const Fault* fault) {
+  if (fault == nullptr || !SpoilsMessages(fault->kind)) return well_;
+  return spoiled_.try_emplace(fault, query_, sender_, query_.domain()).first->second;
+}
+
+std::vector<Bytes> ReplyDesk::Finish() {
+  std::vector<Bytes> messages = well_.Finish();
+  for (auto& [fault, packer] : spoiled_) {
+    std::vector<Bytes> spoiled = packer.Finish();
+    Spoil(*fault, query_.key(), spoiled);
+    std::ranges::move(spoiled, std::back_inserter(messages));
+  }
+  return messages;
+}
+
+}  // namespace vt::node
