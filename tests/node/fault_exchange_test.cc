@@ -293,7 +293,7 @@ TEST(FaultExchange, ADripOfManyStepsIsTheSameAnswer) {
 
 TEST(FaultExchange, ADripLastsNoLongerThanTheConnection) {
   const Faulty faulty(FaultToml("drip", std::string("bytes = 50\npause = ") + kForever),
-                      {"--connection-timeout", "2"});
+                      {"--connection-timeout", "3"});
   EXPECT_EQ(faulty.Wire().size(), 50u);
 }
 
@@ -363,6 +363,12 @@ TEST(FaultExchange, ALengthTooSmallIsSeenAsAMalformedMessageAndARest) {
   EXPECT_EQ(seen.counters.accepted, 1u);
   EXPECT_EQ(seen.counters.malformed, 2u) << "the message, and the four bytes behind it";
   EXPECT_EQ(seen.counters.forged, 0u);
+}
+
+TEST(FaultExchange, ALengthBeyondTheLargestMessageIsSeenAsOverSize) {
+  const Seen seen = Faulty(FaultToml("bad-length", "by = 1320")).Collect();
+  EXPECT_EQ(seen.outcome, VT_COLLECTION_OVER_SIZE);
+  EXPECT_EQ(seen.counters.accepted, 1u);
 }
 
 TEST(FaultExchange, OverSizeIsSeenAsOverSize) {
