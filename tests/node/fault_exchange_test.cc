@@ -24,7 +24,6 @@ using NewQuery = Query* (*)(const char*, std::uint32_t);
 
 // Longer than any test; the node ends such a pause with the connection.
 constexpr char kForever[] = "3600000";
-constexpr std::size_t kShipmentOffset = 69;
 
 std::string FaultToml(const std::string& kind, const std::string& more = "") {
   return "[[fault]]\nkind = \"" + kind + "\"\n" + more + "\n";

@@ -292,9 +292,10 @@ TEST(Fault, ASumIsWithoutTheDevicesThatDoNotAnswer) {
 
 bool IsSigned(const Bytes& message) { return Sign(message, KeyOfSender()) == message; }
 
+// TellsOf looks behind the headers, which name the node.
 bool TellsOf(const Bytes& message, int device) {
   const Bytes id = Text(DeviceId(device));
-  return std::ranges::search(message, id).begin() != message.end();
+  return std::search(message.begin() + 80, message.end(), id.begin(), id.end()) != message.end();
 }
 
 TEST(Fault, AWrongDigestIsInTheMessagesOfItsDevicesAlone) {
@@ -350,10 +351,6 @@ TEST(Fault, DevicesWhoseMessagesAreSpoiledDoWhatTheQuerySays) {
     std::size_t sums = 0;
     for (const Bytes& message : fleet.Deliver(SumUsage()).messages) {
       if (!TellsOf(message, 0)) continue;
-      const Bytes node = Text(DeviceId(0));
-      const auto after_header =
-          std::ranges::search(message.begin() + 80, message.end(), node.begin(), node.end());
-      if (after_header.begin() == message.end()) continue;
       ++sums;
       EXPECT_TRUE(IsSigned(message)) << "what the node tells is right";
       EXPECT_EQ(Bytes(message.end() - 2, message.end()), U16(12'000)) << kind;
