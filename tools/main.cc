@@ -1,5 +1,5 @@
-// voltaris: collects, sets and sums up attributes of devices from the command line. The answer goes
-// to standard output; messages and the library's log go to standard error.
+// voltaris: collects, sets, sums up and records attributes of devices from the command line. The
+// answer goes to standard output; messages and the library's log go to standard error.
 
 #include <unistd.h>
 
@@ -15,6 +15,7 @@
 #include "tools/options.h"
 #include "tools/output.h"
 #include "tools/query_command.h"
+#include "tools/record_command.h"
 
 namespace vt::tools {
 namespace {
@@ -47,10 +48,24 @@ ExitCode Judge(const Answer& answer) {
   return kExitNothingAnswered;
 }
 
+// Record writes what was answered, when it is whole.
+ExitCode Record(const Options& options) {
+  const Recorded recorded = RunRecord(options);
+  const ExitCode code = Judge(recorded.answer);
+  if (code != kExitOk) return code;
+  if (recorded.recording.entities.empty()) {
+    Complain("the devices have nothing of what was asked for");
+    return kExitNothingAnswered;
+  }
+  WriteRecorded(recorded.recording, options);
+  return kExitOk;
+}
+
 ExitCode Run(int argc, const char* const* argv) {
   const std::optional<Options> options = ParseOptions(argc, argv);
   if (!options) return kExitOk;
   voltaris::set_log(static_cast<voltaris::LogLevel>(options->log_level), stderr);
+  if (options->command == Command::kRecord) return Record(*options);
   const Answer answer = RunQuery(*options);
   PrintAnswer(std::cout, answer, *options, WantsColour());
   std::cout.flush();

@@ -3,10 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <iostream>
 
+#include "recording/attribute_lines.h"
 #include "tools/exit_code.h"
 
 namespace vt::tools {
@@ -29,6 +31,8 @@ struct RawOptions {
   std::vector<std::string> names, roles, keywords, ids, categories;
   std::vector<std::string> attributes, listed_attributes;
   std::vector<std::string> assignments;
+  std::string output_file;
+  bool anonymize = false;
 };
 
 constexpr const char* kExitCodeHelp =
@@ -50,6 +54,7 @@ std::string GeneralFooter() {
          "  voltaris collect\n"
          "  voltaris set --role lamp level=3\n"
          "  voltaris sum --role lamp\n"
+         "  voltaris record -o office.recording\n"
          "  voltaris --node 192.0.2.7:7440 --domain office --key-file ~/office.key collect\n\n" +
          std::string(kExitCodeHelp) + "\n" + kEnvironmentHelp;
 }
@@ -77,6 +82,37 @@ std::string SumFooter() {
          "  voltaris sum -a usage,delta-vector -o json\n\n"
          "Attributes: usage (the default), delta-vector.\n\n" +
          std::string(kSelectionHelp) + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
+}
+
+std::string RecordableWords() {
+  std::string words;
+  for (const recording::AttributeLines& row : recording::RecordableAttributes()) {
+    // In lines of a width that terminals have.
+    constexpr std::size_t width = 90;
+    const std::size_t line = words.size() - (words.rfind('\n') + 1);
+    if (!words.empty()) words += line + row.word().size() > width ? ",\n  " : ", ";
+    if (words.empty()) words = "  ";
+    words += row.word();
+  }
+  return words + '\n';
+}
+
+std::string RecordFooter() {
+  return "Examples:\n"
+         "  voltaris record -o office.recording\n"
+         "  voltaris record name usage level -n 192.0.2.7 -d office --role lamp -o "
+         "lamps.recording\n"
+         "  voltaris record --anonymize -o for-the-bug-report.recording\n"
+         "  voltaris-node --replay office.recording      answers as the recorded devices did\n\n"
+         "A recording is text, one value a line. It is written when the answer is complete, or "
+         "not\n"
+         "at all. Without --output it goes to standard output.\n\n"
+         "--anonymize replaces identities by digests under a key that is made for this one\n"
+         "recording and forgotten, and the domain, names, roles, keywords, labels, other texts "
+         "and\n"
+         "addresses by counted stand-ins; equal ones stay equal. Numbers stay.\n\n"
+         "Attributes:\n" +
+         RecordableWords() + "\n" + kSelectionHelp + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
 }
 
 void AddCommonOptions(CLI::App& app, RawOptions& raw) {
@@ -146,6 +182,13 @@ void AddAttributes(CLI::App& app, RawOptions& raw, const std::string& defaults) 
       ->expected(1)
       ->allow_extra_args(false)
       ->take_all();
+}
+
+void AddRecordOptions(CLI::App& app, RawOptions& raw) {
+  AddAttributes(app, raw, "all that a device can have");
+  app.add_option("-o,--output", raw.output_file, "where to write it (default: standard output)")
+      ->type_name("FILE");
+  app.add_flag("--anonymize", raw.anonymize, "leave out whose devices they are, see below");
 }
 
 unsigned ParseNumber(const std::string& text, unsigned limit, const std::string& what) {
@@ -229,7 +272,8 @@ std::vector<voltaris::Category> CategoriesOf(const RawOptions& raw, Command comm
                     "a category is consumer, producer, meter or any, not '" + word + "'");
     }
   }
-  if (categories.empty() && command == Command::kCollect) return any;
+  const bool reads = command == Command::kCollect || command == Command::kRecord;
+  if (categories.empty() && reads) return any;
   return categories;
 }
 
@@ -255,6 +299,22 @@ void ResolveAttributes(const RawOptions& raw, Options& options) {
     }
     AddColumn(attribute, options.attributes);
   }
+}
+
+void ResolveRecorded(const RawOptions& raw, Options& options) {
+  std::vector<std::string> names = raw.attributes;
+  names.insert(names.end(), raw.listed_attributes.begin(), raw.listed_attributes.end());
+  for (const std::string& name : names) {
+    if (recording::FindRecordable(name) != nullptr) continue;
+    throw Failure(kExitUsage, "there is no attribute '" + name +
+                                  "' that could be recorded; there are\n" + RecordableWords());
+  }
+  for (const recording::AttributeLines& row : recording::RecordableAttributes()) {
+    const bool wanted = names.empty() || std::ranges::find(names, row.word()) != names.end();
+    if (wanted) options.recorded.push_back(row.number);
+  }
+  if (!raw.output_file.empty()) options.output_file = raw.output_file;
+  options.anonymize = raw.anonymize;
 }
 
 Assignment ParseAssignment(const std::string& text) {
@@ -309,6 +369,8 @@ Options Resolve(const RawOptions& raw, Command command) {
   options.categories = CategoriesOf(raw, command);
   if (command == Command::kSet) {
     ResolveAssignments(raw, options);
+  } else if (command == Command::kRecord) {
+    ResolveRecorded(raw, options);
   } else {
     ResolveAttributes(raw, options);
   }
@@ -325,6 +387,8 @@ std::string CommandName(Command command) {
       return "set";
     case Command::kSum:
       return "sum";
+    case Command::kRecord:
+      return "record";
   }
   return "";
 }
@@ -349,11 +413,15 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   CLI::App* sum = app.add_subcommand("sum", "Sums up the usage of devices.");
   sum->footer(SumFooter());
   AddAttributes(*sum, raw, "usage");
-  for (CLI::App* command : {collect, set, sum}) {
+  CLI::App* record =
+      app.add_subcommand("record", "Records devices, for voltaris-node to answer as they did.");
+  record->footer(RecordFooter());
+  AddRecordOptions(*record, raw);
+  for (CLI::App* command : {collect, set, sum, record}) {
     AddCommonOptions(*command, raw);
     AddSelection(*command, raw);
-    AddOutput(*command, raw);
   }
+  for (CLI::App* command : {collect, set, sum}) AddOutput(*command, raw);
 
   try {
     app.parse(argc, argv);
@@ -364,6 +432,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
     throw Failure(kExitUsage, std::string(error.what()) + "; see voltaris --help");
   }
   if (set->parsed()) return Resolve(raw, Command::kSet);
+  if (record->parsed()) return Resolve(raw, Command::kRecord);
   return Resolve(raw, sum->parsed() ? Command::kSum : Command::kCollect);
 }
 

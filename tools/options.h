@@ -14,7 +14,7 @@
 
 namespace vt::tools {
 
-enum class Command { kCollect, kSet, kSum };
+enum class Command { kCollect, kSet, kSum, kRecord };
 enum class Format { kTable, kJson, kCsv };
 
 // Assignment is one attribute=value of the set command.
@@ -44,6 +44,11 @@ struct Options {
   std::vector<const Attribute*> attributes;  // to be read, in the order of the columns
   std::vector<Assignment> assignments;       // to be set
   Format format = Format::kTable;
+
+  // Of record alone.
+  std::vector<std::int32_t> recorded;      // attributes, enum vt_attribute, ascending
+  std::optional<std::string> output_file;  // without one, standard output
+  bool anonymize = false;
 };
 
 // ParseOptions returns the options, or no options when the command line asked for help or the

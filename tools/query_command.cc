@@ -57,6 +57,7 @@ voltaris::QueryDescription NewDescription(const Options& options) {
     case Command::kSum:
       return voltaris::sum_query(options.domain);
     case Command::kCollect:
+    case Command::kRecord:
       break;
   }
   return voltaris::collect_query(options.domain);
@@ -134,9 +135,8 @@ void AddAssignment(voltaris::QueryDescription& description, const Assignment& as
   }
 }
 
-void AddColumn(voltaris::QueryDescription& description, const Attribute& column) {
-  voltaris::visit_attribute(column.number,
-                            [&description](auto attribute) { description.get(attribute); });
+void AddColumn(voltaris::QueryDescription& description, std::int32_t number) {
+  voltaris::visit_attribute(number, [&description](auto attribute) { description.get(attribute); });
 }
 
 // What a set shows: which device, what it uses now, and what was set. The request for a name has no
@@ -150,11 +150,11 @@ std::vector<const Attribute*> AddSetColumns(voltaris::QueryDescription& descript
     columns.push_back(assignment.attribute);
   }
   const Attribute& usage = FindAttribute("usage");
-  AddColumn(description, usage);
+  AddColumn(description, usage.number);
   columns.insert(columns.begin(), &usage);
   const Attribute& name = FindAttribute("name");
   if (std::ranges::find(columns, &name) == columns.end()) {
-    AddColumn(description, name);
+    AddColumn(description, name.number);
     columns.insert(columns.begin(), &name);
   }
   return columns;
@@ -163,7 +163,7 @@ std::vector<const Attribute*> AddSetColumns(voltaris::QueryDescription& descript
 std::vector<const Attribute*> AddColumns(voltaris::QueryDescription& description,
                                          const Options& options) {
   if (options.command == Command::kSet) return AddSetColumns(description, options);
-  for (const Attribute* column : options.attributes) AddColumn(description, *column);
+  for (const Attribute* column : options.attributes) AddColumn(description, column->number);
   return options.attributes;
 }
 
@@ -173,19 +173,30 @@ bool WasSent(voltaris::Outcome outcome) {
          outcome != Outcome::kConnectTimeout && outcome != Outcome::kSendError;
 }
 
-}  // namespace
-
-Answer RunQuery(const Options& options) {
+voltaris::Results Send(const Options& options, const voltaris::QueryDescription& description) {
   voltaris::Session session = OpenSession(options);
-  voltaris::QueryDescription description = NewDescription(options);
-  AddQualifiers(description, options);
-  const std::vector<const Attribute*> columns = AddColumns(description, options);
-  const voltaris::Results results = Unwrap(session.execute(description));
+  voltaris::Results results = Unwrap(session.execute(description));
   if (!WasSent(results.outcome())) {
     throw Failure(kExitNoConnection, "cannot send the query to " + options.host + ":" +
                                          std::to_string(options.port) + "; is the node running?");
   }
-  return ReadAnswer(results, columns);
+  return results;
+}
+
+}  // namespace
+
+voltaris::Results Execute(const Options& options, const std::vector<std::int32_t>& attributes) {
+  voltaris::QueryDescription description = NewDescription(options);
+  AddQualifiers(description, options);
+  for (const std::int32_t number : attributes) AddColumn(description, number);
+  return Send(options, description);
+}
+
+Answer RunQuery(const Options& options) {
+  voltaris::QueryDescription description = NewDescription(options);
+  AddQualifiers(description, options);
+  const std::vector<const Attribute*> columns = AddColumns(description, options);
+  return ReadAnswer(Send(options, description), columns);
 }
 
 }  // namespace vt::tools
