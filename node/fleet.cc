@@ -1,6 +1,7 @@
 #include "node/fleet.h"
 
 #include <algorithm>
+#include <limits>
 #include <numeric>
 #include <string_view>
 #include <tuple>
@@ -22,6 +23,46 @@ struct HashId {
 template <class T>
 void Replace(std::optional<T>& value, const std::optional<T>& by) {
   if (by) value = by;
+}
+
+constexpr std::uint32_t BitOf(vt_attribute attribute) { return std::uint32_t{1} << attribute; }
+
+template <class T>
+T Clamped(std::int64_t number) {
+  return static_cast<T>(std::clamp<std::int64_t>(number, std::numeric_limits<T>::min(),
+                                                 std::numeric_limits<T>::max()));
+}
+
+// AtLevel is what a device has told, seen from a level that it was set to: the vector of usages
+// tells what it then uses or, without one, the vector of changes.
+Power AtLevel(const RecordedPower& recorded, std::uint8_t level) {
+  Power power;
+  power.usage = recorded.usage.value_or(0);
+  const auto& usages = recorded.usage_vector;
+  const auto& changes = recorded.delta_vector;
+  if (usages) {
+    power.usage = usages->at(level);
+  } else if (changes) {
+    power.usage = Clamped<std::uint16_t>(std::int64_t{power.usage} + changes->at(level));
+  }
+  for (std::size_t i = 0; i < kLevels; ++i) {
+    if (usages) {
+      power.usage_vector[i] = (*usages)[i];
+      power.delta_vector[i] = (*usages)[i] - power.usage;
+    } else if (changes) {
+      power.delta_vector[i] =
+          Clamped<std::int32_t>(std::int64_t{(*changes)[i]} - changes->at(level));
+    }
+  }
+  return power;
+}
+
+Power AsTold(const RecordedPower& recorded) {
+  Power power;
+  power.usage = recorded.usage.value_or(0);
+  if (recorded.usage_vector) power.usage_vector = *recorded.usage_vector;
+  if (recorded.delta_vector) power.delta_vector = *recorded.delta_vector;
+  return power;
 }
 
 }  // namespace
@@ -119,6 +160,22 @@ const Fleet::Texts* Fleet::TextsOf(std::uint32_t index) const {
   return found != texts_.end() ? &found->second : nullptr;
 }
 
+std::uint32_t Fleet::AttributesOf(std::uint32_t index) const {
+  constexpr std::uint32_t all = ~std::uint32_t{0};
+  std::uint32_t bits = ModelOf(index).attributes;
+  if (bits == all) return bits;
+  const Entity& entity = entities_[index];
+  if (entity.level_was_set) bits |= BitOf(VT_ATTRIBUTE_LEVEL);
+  if (entity.importance_was_set) bits |= BitOf(VT_ATTRIBUTE_IMPORTANCE);
+  if (const Texts* texts = TextsOf(index)) {
+    if (texts->name) bits |= BitOf(VT_ATTRIBUTE_NAME);
+    if (texts->role) bits |= BitOf(VT_ATTRIBUTE_ROLE);
+    if (texts->keywords) bits |= BitOf(VT_ATTRIBUTE_KEYWORDS);
+    if (texts->recurrence) bits |= BitOf(VT_ATTRIBUTE_RECURRENCE);
+  }
+  return bits;
+}
+
 const std::string& Fleet::RoleOf(std::uint32_t index) const {
   const Texts* texts = TextsOf(index);
   return texts != nullptr && texts->role ? *texts->role : ModelOf(index).role;
@@ -149,6 +206,9 @@ void Fleet::WriteNameOf(std::uint32_t index, std::string& out) const {
 Power Fleet::PowerOf(std::uint32_t index, Instant now, std::int64_t profile_factor) const {
   const Entity& entity = entities_[index];
   const Model& model = models_[entity.model];
+  if (model.recorded) {
+    return entity.level_was_set ? AtLevel(*model.recorded, entity.level) : AsTold(*model.recorded);
+  }
   const std::int64_t noise =
       model.noise.DeviationAt(now, devices_[entity.device].id, entity.number);
   const std::int64_t factor = Scaled(kOne + noise, profile_factor);

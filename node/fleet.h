@@ -52,8 +52,16 @@ struct Recurrence {
 struct NeighborDescription {
   std::string id;  // 32 characters
   std::string label;
-  std::optional<sockaddr_in> address;
-  bool reachable = true;
+  std::string data;  // its socket address as it travels, or nothing
+  std::int32_t flag = 1;
+};
+
+// RecordedPower is what a device has told of its power, in the units of its model, as numbers that
+// came from the network: they are told again as they are.
+struct RecordedPower {
+  std::optional<std::uint16_t> usage;
+  std::optional<std::array<std::uint16_t, kLevels>> usage_vector;
+  std::optional<std::array<std::int32_t, kLevels>> delta_vector;
 };
 
 // AttributeBit is the bit of an element type in a set of attributes; 0 for what is no attribute.
@@ -70,6 +78,7 @@ struct Model {
   std::string keywords;                             // separated by commas
   std::array<std::int64_t, kLevels> milliwatts{};   // at each level, before profile and noise
   std::optional<std::int64_t> measured_milliwatts;  // usage until the level is set, or of the host
+  std::optional<RecordedPower> recorded;            // instead of all that is computed
   bool is_host =
       false;  // its usage is what was measured, and levels are what its actions make of them
   std::int8_t units = 0;         // decimal exponent of the watt; all usages fit
@@ -84,6 +93,7 @@ struct Model {
   std::optional<std::string> text_21;
   std::optional<std::uint32_t> nanny_vector;
   std::vector<NeighborDescription> neighbors;
+  std::optional<std::uint16_t> neighbor_count;  // unless it is that of neighbors
 };
 
 // Changes is what sets ask for, and what they have changed of an entity.
@@ -148,6 +158,8 @@ class Fleet {
     return devices_[entities_[index].device].id;
   }
   const Model& ModelOf(std::uint32_t index) const { return models_[entities_[index].model]; }
+  // AttributesOf is what an entity has: what its model has, and what was set.
+  std::uint32_t AttributesOf(std::uint32_t index) const;
   const sockaddr_in& AddressOf(std::uint32_t index) const;
   const std::string& RoleOf(std::uint32_t index) const;
   const std::string& KeywordsOf(std::uint32_t index) const;

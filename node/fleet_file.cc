@@ -236,8 +236,10 @@ std::vector<NeighborDescription> ReadNeighbors(const Section& section) {
     NeighborDescription neighbor;
     neighbor.id = table.Id("id");
     neighbor.label = table.Text("label", "");
-    neighbor.address = table.Address("address");
-    neighbor.reachable = table.Flag("reachable", true);
+    if (const std::optional<sockaddr_in> address = table.Address("address")) {
+      neighbor.data.assign(reinterpret_cast<const char*>(&*address), sizeof *address);
+    }
+    neighbor.flag = table.Flag("reachable", true) ? 1 : 0;
     neighbors.push_back(std::move(neighbor));
   }
   return neighbors;

@@ -11,6 +11,7 @@
 #include "node/host/probe_command.h"
 #include "node/log.h"
 #include "node/options.h"
+#include "node/replay.h"
 #include "node/service.h"
 
 namespace vt::node {
@@ -20,6 +21,11 @@ enum ExitCode : int { kExitOk = 0, kExitCannotServe = 1, kExitUsage = 2 };
 
 void CheckConfiguration(const Options& options) {
   (void)ReadKey(options);
+  if (!options.replay.empty()) {
+    const std::size_t entities = LoadReplay(options.replay).entity_count();
+    std::cout << options.replay << ": " << entities << " entities" << std::endl;
+    return;
+  }
   FleetFile file = LoadFleet(options.config);
   EnableFaults(options, file);
   std::cout << options.config << ": " << file.fleet.entity_count() << " entities"

@@ -19,6 +19,7 @@ constexpr const char* kFooter =
     "  voltaris-node --config examples/office.toml\n"
     "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n"
     "  voltaris-node --config office.toml --check-config\n"
+    "  voltaris-node --replay office.recording\n"
     "  voltaris-node probe             what tells the power of this host; see probe --help\n\n"
     "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output; "
     "everything\n"
@@ -84,9 +85,10 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   app.set_version_flag("--version",
                        std::string("voltaris-node, libvtapi ") + voltaris_utl_getVersion());
   app.footer(kFooter);
-  app.add_option("-c,--config", options.config, "the fleet, in TOML")
-      ->type_name("FILE")
-      ->required();
+  app.add_option("-c,--config", options.config, "the fleet, in TOML")->type_name("FILE");
+  app.add_option("-r,--replay", options.replay,
+                 "answer as the devices of a recording, made by voltaris record, instead")
+      ->type_name("FILE");
   app.add_option("-l,--listen", listen,
                  "where to listen, IPv4; port 0 is a free one (default 127.0.0.1:7440)")
       ->type_name("HOST:PORT");
@@ -124,6 +126,9 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
     throw UsageError(std::string(error.what()) + "; see voltaris-node --help");
   }
 
+  if (options.config.empty() == options.replay.empty()) {
+    throw UsageError("there must be --config or --replay, and not both; see voltaris-node --help");
+  }
   options.listen = ParseListen(listen);
   if (!key_file.empty()) options.key_file = key_file;
   if (!state.empty()) options.state = state;

@@ -20,7 +20,9 @@ class UsageError : public std::runtime_error {
 };
 
 struct Options {
+  // One of the two.
   std::string config;
+  std::string replay;  // a recording to answer from
   sockaddr_in listen{};
   std::optional<std::string> key_file;
   std::optional<std::string> state;  // the path of the state file, before that of the configuration

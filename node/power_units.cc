@@ -7,17 +7,22 @@ namespace vt::node {
 namespace {
 
 constexpr std::int64_t kGreatestUsage = std::numeric_limits<std::uint16_t>::max();
+// What a device may claim has no limit; this leaves room to add it to another.
+constexpr std::int64_t kMostMilliwatts = std::numeric_limits<std::int64_t>::max() / 4;
 constexpr int kGreatestShift = 18;  // 10^18 is the last power of ten that 64 bits hold
 
-// Rounded divides a number that is not negative, halves upwards; it adds nothing to the number,
-// which may be the greatest of all.
-std::int64_t Rounded(std::int64_t milliwatts, std::int8_t units) {
-  int shift = units - kFinestUnits;
+// Divided divides a number that is not negative by a power of ten, halves upwards; it adds nothing
+// to the number, which may be the greatest of all.
+std::int64_t Divided(std::int64_t number, int shift) {
   if (shift > kGreatestShift) return 0;
   std::int64_t divisor = 1;
   for (; shift > 0; --shift) divisor *= 10;
-  const std::int64_t rest = milliwatts % divisor;
-  return milliwatts / divisor + (rest >= divisor - rest ? 1 : 0);
+  const std::int64_t rest = number % divisor;
+  return number / divisor + (rest >= divisor - rest ? 1 : 0);
+}
+
+std::int64_t Rounded(std::int64_t milliwatts, std::int8_t units) {
+  return Divided(milliwatts, units - kFinestUnits);
 }
 
 }  // namespace
@@ -28,7 +33,11 @@ std::uint16_t UsageInUnits(std::int64_t milliwatts, std::int8_t units) {
 }
 
 std::int64_t ToMilliwatts(std::int64_t value, std::int8_t units) {
-  for (int shift = units - kFinestUnits; shift > 0; --shift) value *= 10;
+  const int shift = units - kFinestUnits;
+  if (shift < 0) return value < 0 ? -Divided(-value, -shift) : Divided(value, -shift);
+  for (int i = 0; i < shift; ++i) {
+    value = std::clamp(value, -kMostMilliwatts / 10, kMostMilliwatts / 10) * 10;
+  }
   return value;
 }
 

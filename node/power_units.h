@@ -12,7 +12,8 @@ namespace vt::node {
 inline constexpr std::int8_t kFinestUnits = -3;   // milliwatt
 inline constexpr std::int8_t kCoarsestUnits = 6;  // megawatt, of what a configuration says
 
-// ToMilliwatts converts a value in units from kFinestUnits to kCoarsestUnits, of at most 32 bits.
+// ToMilliwatts converts a value of at most 32 bits in any units: finer ones are rounded to the
+// nearest milliwatt, and what is beyond 2 x 10^18 mW to either side stays there.
 std::int64_t ToMilliwatts(std::int64_t value, std::int8_t units);
 
 // PowerInUnits is usage x 10^units watts.

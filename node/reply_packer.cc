@@ -40,6 +40,12 @@ void SignMessage(const hmac_context& key, Bytes& message) {
                message.data() + kDigestOffset);
 }
 
+std::size_t LargestValue(const std::string& domain) {
+  const std::size_t taken =
+      VT_PDU_HEADER_SIZE + VT_TLV_HEADER_SIZE + domain.size() + kAggregateSize + kTagSize;
+  return taken < VT_MAX_PDU_SIZE ? VT_MAX_PDU_SIZE - taken : 0;
+}
+
 DeviceHeader::DeviceHeader(std::string_view id, const sockaddr_in& address) {
   std::memcpy(wire_.data(), id.data(), std::min<std::size_t>(id.size(), VT_IDENTITY_SIZE));
   PutU32(wire_.data() + VT_IDENTITY_SIZE, sizeof address);
@@ -188,7 +194,8 @@ ReplyPacker::ReplyPacker(const ReceivedQuery& query, const std::string& sender,
     : accepted_(query, CV_SHIPMENT_ACK_WILL, sender, ""),
       refused_(query, CV_SHIPMENT_ACK_WONT, sender, ""),
       postponed_(query, CV_SHIPMENT_ACK_LATER, sender, ""),
-      results_(query, CV_SHIPMENT_REPLY_NO_ERROR, sender, domain) {}
+      results_(query, CV_SHIPMENT_REPLY_NO_ERROR, sender, domain),
+      largest_value_(LargestValue(domain)) {}
 
 void ReplyPacker::Accept(const DeviceHeader& device, std::uint32_t entity) {
   accepted_.Add(device, VT_TLV_ACKNOWLEDGEMENT, entity, {});

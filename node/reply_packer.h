@@ -34,6 +34,9 @@ inline constexpr std::size_t kTagSize = sizeof(std::uint32_t);
 // SignMessage writes the digest of a whole message into it.
 void SignMessage(const hmac_context& key, Bytes& message);
 
+// LargestValue is the size of the largest value that fits into a message of a domain.
+std::size_t LargestValue(const std::string& domain);
+
 // DeviceHeader names a device in a message: its identity and its address, as they travel.
 class DeviceHeader {
  public:
@@ -143,6 +146,9 @@ class ReplyPacker {
   void Add(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
            std::span<const std::uint8_t> value);
 
+  // Fits tells whether a value of that size fits into a message.
+  bool Fits(std::size_t value_size) const { return value_size <= largest_value_; }
+
   // Finish returns the signed messages, the acknowledgements first. The packer is used up.
   std::vector<Bytes> Finish();
 
@@ -151,6 +157,7 @@ class ReplyPacker {
   ReplyStream refused_;
   ReplyStream postponed_;
   ReplyStream results_;
+  std::size_t largest_value_;
 };
 
 }  // namespace vt::node

@@ -185,8 +185,11 @@ DeviceHeader Responder::HeaderOf(std::uint32_t entity) const {
   return {std::string_view(id.data(), id.size()), fleet_.AddressOf(entity)};
 }
 
+// A usage without units is no power that could be added to others.
 bool Responder::HasUsage(std::uint32_t entity) const {
-  return (fleet_.ModelOf(entity).attributes & AttributeBit(CV_CORVANE_TLV_TYPE_USAGE)) != 0;
+  const std::uint32_t needed =
+      AttributeBit(CV_CORVANE_TLV_TYPE_USAGE) | AttributeBit(CV_CORVANE_TLV_TYPE_UNITS);
+  return (fleet_.AttributesOf(entity) & needed) == needed;
 }
 
 void Responder::Collect(const ReceivedQuery& query, Selection& selection, Strikes& strikes,

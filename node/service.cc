@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "node/log.h"
+#include "node/replay.h"
 #include "node/state_keeper.h"
 
 namespace vt::node {
@@ -46,6 +47,10 @@ void EnableFaults(const Options& options, FleetFile& file) {
 Configuration ReadConfiguration(const Options& options) {
   Configuration configuration;
   configuration.key = ReadKey(options);
+  if (!options.replay.empty()) {
+    configuration.file.fleet = LoadReplay(options.replay);
+    return configuration;
+  }
   configuration.file = LoadFleet(options.config, [&](const HostDescription& host) {
     configuration.host = std::make_unique<HostWatch>(host.sensors, host.interval);
     return configuration.host->entities();

@@ -85,17 +85,16 @@ void TellNeighbors(const Subject& subject, Values& values) {
     values.Add([&](ValueWriter& out) {
       out.Identity(neighbor.id);
       out.Text(neighbor.label);
-      out.Block(neighbor.address ? &*neighbor.address : nullptr,
-                neighbor.address ? sizeof *neighbor.address : 0);
-      out.Int32(neighbor.reachable ? 1 : 0);
+      out.Text(neighbor.data);
+      out.Int32(neighbor.flag);
     });
   }
 }
 
 void TellNeighborCount(const Subject& subject, Values& values) {
-  values.Add([&](ValueWriter& out) {
-    out.Uint16(static_cast<std::uint16_t>(subject.model().neighbors.size()));
-  });
+  const Model& model = subject.model();
+  const auto count = static_cast<std::uint16_t>(model.neighbors.size());
+  values.Add([&](ValueWriter& out) { out.Uint16(model.neighbor_count.value_or(count)); });
 }
 
 void TellNannyVector(const Subject& subject, Values& values) {
@@ -268,10 +267,25 @@ void Teller::TellCombined(const DeviceHeader& device, std::uint32_t entity, Repl
   for (const CombinedType& combined : kCombinedTypes) {
     const bool wanted =
         asked_.contains(combined.told) || (combined.type == VT_TLV_COMBINED_USAGE && !wants_vector);
-    const bool has = (fleet_.ModelOf(entity).attributes & AttributeBit(combined.told)) != 0;
-    if (wanted && has) GatherCombined(entity, combined.type);
+    if (wanted && HasCombined(entity, BitsOfCombined(combined.type))) {
+      GatherCombined(entity, combined.type);
+    }
   }
   Flush(device, replies);
+}
+
+// HasCombined tells whether an entity has all that a combined element tells. One that lacks a part
+// would have to make it up. A device of a recording may have longer texts than a message holds
+// together.
+bool Teller::HasCombined(std::uint32_t entity, std::uint32_t bits) const {
+  if ((fleet_.AttributesOf(entity) & bits) != bits) return false;
+  const Model& model = fleet_.ModelOf(entity);
+  if (!model.recorded) return true;
+  std::string name;
+  fleet_.WriteNameOf(entity, name);
+  constexpr std::size_t besides_texts = 3 * 4 + 11 + sizeof(delta_vector);  // at most
+  return replies_.Fits(besides_texts + name.size() + fleet_.RoleOf(entity).size() +
+                       fleet_.KeywordsOf(entity).size());
 }
 
 // Gather adds everything asked for, each value in an element of its type.
@@ -279,11 +293,12 @@ void Teller::Gather(std::uint32_t entity) {
   fleet_.WriteNameOf(entity, name_);
   const Power power = factors_.PowerOf(entity);
   const Subject subject{fleet_, entity, name_, power};
+  const std::uint32_t attributes = fleet_.AttributesOf(entity);
   const std::size_t before = entries_.size();
   std::uint32_t order = 0;
   for (const auto& [type, bit] : types_) {
     if (type == CV_CORVANE_TLV_TYPE_VLTRS_ID && entries_.size() != before) break;
-    if ((subject.model().attributes & bit) != bit) {
+    if ((attributes & bit) != bit) {
       ++order;
       continue;
     }
@@ -331,7 +346,7 @@ bool Teller::IsCombined(std::uint32_t type) const {
 // shorter: each element has the device in front, which is most of it.
 void Teller::PreferShorter(std::span<const std::uint32_t> entities) {
   const auto tells_combined = [this](std::uint32_t entity) {
-    return (fleet_.ModelOf(entity).attributes & combined_bits_) == combined_bits_;
+    return HasCombined(entity, combined_bits_);
   };
   if (combined_type_ == 0 || !std::ranges::all_of(entities, tells_combined)) return;
   std::size_t plain_size = 0;

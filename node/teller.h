@@ -49,6 +49,7 @@ class Teller {
   void AddType(std::uint32_t type) { types_.push_back({type, AttributeBit(type)}); }
   void Gather(std::uint32_t entity);
   void GatherCombined(std::uint32_t entity, std::uint32_t type);
+  bool HasCombined(std::uint32_t entity, std::uint32_t bits) const;
   bool IsCombined(std::uint32_t type) const;
   void PreferShorter(std::span<const std::uint32_t> entities);
   void Flush(const DeviceHeader& device, ReplyPacker& replies);
