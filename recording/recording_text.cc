@@ -84,7 +84,8 @@ class Reader {
   Recording Read() {
     ReadTitle();
     while (!has_end_) {
-      LineReader line(NextLine(), number_);
+      const std::string_view text = NextLine();
+      LineReader line(text, number_);
       if (!line.AtEnd() && line.Peek() != '#') ReadLine(line);
     }
     if (!rest_.empty()) {
