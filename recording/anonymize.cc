@@ -102,10 +102,12 @@ class Anonymizer {
     errors_.Replace(entity.error_text);
     texts_.Replace(entity.text_21);
     if (entity.address) Replace(*entity.address);
+    std::ranges::sort(entity.neighbors, {}, &Neighbor::device);
     for (Neighbor& neighbor : entity.neighbors) {
       labels_.Replace(neighbor.label);
       ReplaceData(neighbor.data);
     }
+    std::ranges::sort(entity.neighbors);
     if (entity.recurrence && !IsCalendar(entity.recurrence->text)) {
       recurrences_.Replace(entity.recurrence->text);
     }

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <chrono>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -48,7 +49,7 @@ struct Neighbor {
   std::string data;  // mostly a socket address, or nothing
   std::int32_t flag = 0;
 
-  friend bool operator==(const Neighbor&, const Neighbor&) = default;
+  friend auto operator<=>(const Neighbor&, const Neighbor&) = default;
 };
 
 // Entity is one row of an answer. What it does not hold, it did not tell.
@@ -64,7 +65,7 @@ struct Entity {
   std::optional<std::uint8_t> importance;
   std::optional<std::int32_t> entity_type;  // enum cv_entity_type, or a number without a name
   std::optional<AddressBytes> address;
-  std::vector<Neighbor> neighbors;
+  std::vector<Neighbor> neighbors;  // sorted: they arrive in any order
   std::optional<std::uint16_t> neighbor_count;
   std::optional<std::uint32_t> nanny_vector;
   std::optional<DeltaVector> delta_vector;

@@ -56,6 +56,7 @@ void TakeNeighbors(const voltaris::Row& row, std::vector<recording::Neighbor>& o
     out.push_back({told.device, std::string(told.label),
                    std::string(data, told.data.empty() ? 0 : told.data.size()), told.flag});
   }
+  std::ranges::sort(out);
 }
 
 void TakeRecurrence(const voltaris::Row& row, std::optional<recording::Recurrence>& out) {
@@ -140,6 +141,8 @@ Recorded RunRecord(const Options& options) {
     LeaveOutUnasked(options.recorded, entity);
     made.entities.push_back(std::move(entity));
   }
+  // Without columns the answer itself cannot tell which rows hold something.
+  recorded.answer.rows.resize(made.entities.size());
   if (options.anonymize) recording::Anonymize(made, recording::RandomKey());
   return recorded;
 }

@@ -244,6 +244,9 @@ FleetUnderTest::FleetUnderTest(const std::string& config, std::optional<std::str
                                node::Faults(std::move(file.faults)));
       }()) {}
 
+FleetUnderTest::FleetUnderTest(node::Fleet fleet)
+    : responder_(std::move(fleet), std::nullopt, node::StateKeeper({}), {}, TestClocks()) {}
+
 node::Clocks FleetUnderTest::TestClocks() {
   return {[this] { return At(now); },
           [this] {

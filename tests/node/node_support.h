@@ -60,6 +60,7 @@ class FleetUnderTest {
  public:
   explicit FleetUnderTest(const std::string& config, std::optional<std::string> state = {},
                           const node::HostProbe& probe = {});
+  explicit FleetUnderTest(node::Fleet fleet);
 
   // Ask takes for granted that nothing is wrong with the messages; Deliver does not look at them.
   Answered Ask(const PduImage& image);

@@ -209,17 +209,19 @@ Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& e
 
 namespace {
 
-std::vector<std::string> NodeArguments(const std::string& config,
+std::vector<std::string> NodeArguments(const std::string& path, NodeFile kind,
                                        const std::vector<std::string>& arguments) {
-  std::vector<std::string> all = {"--config", config, "--listen", "127.0.0.1:0"};
+  std::vector<std::string> all = {kind == NodeFile::kRecording ? "--replay" : "--config", path,
+                                  "--listen", "127.0.0.1:0"};
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
 }
 
 }  // namespace
 
-Node::Node(const std::string& config, const std::vector<std::string>& arguments)
-    : program_("voltaris-node", NodeArguments(folder_.Write("fleet.toml", config), arguments)) {
+Node::Node(const std::string& content, const std::vector<std::string>& arguments, NodeFile kind)
+    : program_("voltaris-node",
+               NodeArguments(folder_.Write("fleet.toml", content), kind, arguments)) {
   const std::string greeting = "listening on 127.0.0.1:";
   const std::string line = program_.ReadLine();
   if (!line.starts_with(greeting)) {

@@ -86,10 +86,14 @@ class Program {
 Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& environment = {},
                  Terminal terminal = Terminal::kNone);
 
-// Node is a voltaris-node on a free port, with a configuration of its own.
+// What a node answers from.
+enum class NodeFile { kConfiguration, kRecording };
+
+// Node is a voltaris-node on a free port, with a configuration or a recording of its own.
 class Node {
  public:
-  explicit Node(const std::string& config, const std::vector<std::string>& arguments = {});
+  explicit Node(const std::string& content, const std::vector<std::string>& arguments = {},
+                NodeFile kind = NodeFile::kConfiguration);
 
   std::uint16_t port() const { return port_; }
   // address is 127.0.0.1:port.

@@ -646,6 +646,9 @@ TEST(VoltarisNode, WrongUsageIsExitCodeTwo) {
     std::string reason;
   } cases[] = {
       {{}, "--config"},
+      {{}, "--replay"},
+      {{"--config", "x", "--replay", "y"}, "and not both"},
+      {{"--replay", "/nonexistent.recording"}, "/nonexistent.recording: cannot open it"},
       {{"--config", "/nonexistent.toml"}, "/nonexistent.toml"},
       {{"--config", "x", "--listen", "7440"}, "--listen takes"},
       {{"--config", "x", "--listen", "127.0.0.1:99999"}, "--listen takes"},
