@@ -99,4 +99,19 @@ std::optional<Changes> ReadChanges(const ReceivedQuery& query) {
   return changes;
 }
 
+std::string Describe(const std::optional<Changes>& changes) {
+  if (!changes) return "what cannot be set";
+  std::string text;
+  const auto add = [&text](const char* name, const std::string& value) {
+    text += (text.empty() ? "" : ", ") + std::string(name) + " " + value;
+  };
+  if (changes->level) add("level", std::to_string(*changes->level));
+  if (changes->importance) add("importance", std::to_string(*changes->importance));
+  if (changes->name) add("name", *changes->name);
+  if (changes->role) add("role", *changes->role);
+  if (changes->keywords) add("keywords", *changes->keywords);
+  if (changes->recurrence) add("recurrence", changes->recurrence->text);
+  return text;
+}
+
 }  // namespace vt::node

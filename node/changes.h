@@ -23,6 +23,9 @@ bool IsSettableRecurrence(const Recurrence& recurrence);
 // attributes that can only be read whose value is all zeros.
 std::optional<Changes> ReadChanges(const ReceivedQuery& query);
 
+// Describe is what changes ask for, in words for people; of what cannot be done it says so.
+std::string Describe(const std::optional<Changes>& changes);
+
 }  // namespace vt::node
 
 #endif  // VT_NODE_CHANGES_H_

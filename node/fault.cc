@@ -65,7 +65,7 @@ bool FaultTarget::HasEntity(const Fleet& fleet, std::uint32_t entity) const {
 }
 
 bool FaultTarget::HasQuery(QueryKind kind, const asio::ip::address_v4& client) const {
-  if ((queries & static_cast<std::uint8_t>(kind)) == 0) return false;
+  if ((queries & QueryBit(kind)) == 0) return false;
   return clients.empty() || std::ranges::any_of(clients, [&client](const auto& network) {
            return Contains(network, client);
          });

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "node/fleet.h"
+#include "node/query_kind.h"
 
 namespace vt::node {
 
@@ -46,9 +47,7 @@ enum class FaultKind : std::uint8_t {
 std::string_view WordOf(FaultKind kind);
 bool IsOfDevice(FaultKind kind);
 
-// Of several kinds of queries a set of bits is made.
-enum class QueryKind : std::uint8_t { kCollect = 1, kSet = 2, kSum = 4 };
-inline constexpr std::uint8_t kAllQueries = 7;
+inline constexpr std::uint8_t kAllQueries = 0xFF;
 
 // FaultTarget is whom a fault is for. What it does not name is any.
 struct FaultTarget {
@@ -58,7 +57,7 @@ struct FaultTarget {
   std::optional<std::string> keyword;
   std::optional<std::string> domain;
   std::vector<asio::ip::network_v4> clients;
-  std::uint8_t queries = kAllQueries;  // of enum QueryKind
+  std::uint8_t queries = kAllQueries;  // of QueryBit
 
   // NamesDevices tells whether it is for some devices and not for others.
   bool NamesDevices() const;

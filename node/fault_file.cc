@@ -105,11 +105,13 @@ std::uint8_t ReadQueries(const Section& section) {
   std::uint8_t queries = 0;
   for (const std::string& text : OneOrMore(section, "queries")) {
     if (text == "collect") {
-      queries |= static_cast<std::uint8_t>(QueryKind::kCollect);
+      // The third query action asks as a collect does.
+      queries |= QueryBit(QueryKind::kCollect);
+      queries |= QueryBit(QueryKind::kFurther);
     } else if (text == "set") {
-      queries |= static_cast<std::uint8_t>(QueryKind::kSet);
+      queries |= QueryBit(QueryKind::kSet);
     } else if (text == "sum") {
-      queries |= static_cast<std::uint8_t>(QueryKind::kSum);
+      queries |= QueryBit(QueryKind::kSum);
     } else {
       section.Reject("queries", "'queries' must be one or more of collect, set, sum");
     }

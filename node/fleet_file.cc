@@ -30,6 +30,8 @@ constexpr std::uint32_t kMostEntities = 1'000;  // of a device
 // The longest recurrence that a set could hold, too.
 constexpr std::size_t kLongestRecurrence = 245;
 
+constexpr std::chrono::seconds kLongestReplayWindow{86400};
+
 // What a [[device]] and a [[group]] may both say.
 #define VT_NODE_MODEL_KEYS                                                                       \
   "domain", "name", "role", "keywords", "importance", "level", "units", "usage", "usage_vector", \
@@ -49,7 +51,7 @@ std::string ReadWhole(const Section& section, std::string_view key, const std::s
 }
 
 NodeDescription ReadNode(const Section& section) {
-  section.AllowOnly({"id", "domain", "name", "role", "keywords", "state"});
+  section.AllowOnly({"id", "domain", "name", "role", "keywords", "state", "replay_window"});
   NodeDescription node;
   node.id = section.Id("id");
   node.domain = section.Text("domain", "default");
@@ -360,6 +362,11 @@ class FleetReader {
     fleet_.node = ReadNode(*node);
     FleetFile file;
     if (node->Has("state")) file.state = Beside(node->path(), node->AnyText("state"));
+
+    if (node->Has("replay_window")) {
+      file.replay_window =
+          std::chrono::seconds(node->Number("replay_window", 1, kLongestReplayWindow.count()));
+    }
 
     for (const Section& section : top_.Tables("device")) ReadDevice(section);
     for (const Section& section : top_.Tables("group")) ReadGroup(section);

@@ -2,6 +2,7 @@
 #ifndef VT_NODE_FLEET_FILE_H_
 #define VT_NODE_FLEET_FILE_H_
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -34,6 +35,7 @@ class FleetError : public std::runtime_error {
 struct FleetFile {
   Fleet fleet;
   std::optional<std::string> state;  // the path of the state file
+  std::optional<std::chrono::seconds> replay_window;
   std::optional<HostDescription> host;
   HostEntities host_entities;  // in the fleet
   std::vector<Fault> faults;   // those that are not enabled included

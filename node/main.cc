@@ -40,7 +40,7 @@ int Run(int argc, const char* const* argv) {
   if (!options) return kExitOk;
   // A reader of standard output that goes away must not end the node.
   (void)signal(SIGPIPE, SIG_IGN);
-  StartLog(options->log_level);
+  StartLog(options->log_level, options->log_format);
   if (options->check_config) {
     CheckConfiguration(*options);
     return kExitOk;
@@ -48,6 +48,9 @@ int Run(int argc, const char* const* argv) {
   // The configuration is read first: a faulty one must not open the port.
   Service service(*options, ReadConfiguration(*options));
   std::cout << "listening on " << EndpointText(service.address()) << std::endl;
+  if (const std::optional<sockaddr_in> http = service.http_address()) {
+    std::cout << "http on " << EndpointText(*http) << std::endl;
+  }
   service.Run();
   return kExitOk;
 }

@@ -7,7 +7,9 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "vtapi.h"
 
@@ -18,12 +20,14 @@ constexpr const char* kFooter =
     "Examples:\n"
     "  voltaris-node --config examples/office.toml\n"
     "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n"
+    "  voltaris-node --config office.toml --http 127.0.0.1:8040\n"
     "  voltaris-node --config office.toml --check-config\n"
     "  voltaris-node --replay office.recording\n"
     "  voltaris-node probe             what tells the power of this host; see probe --help\n\n"
-    "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output; "
-    "everything\n"
-    "else goes to standard error. SIGINT and SIGTERM end it. SIGHUP makes it read the "
+    "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output, and "
+    "with\n"
+    "--http a line \"http on HOST:PORT\" behind it; everything else goes to standard error. SIGINT "
+    "and SIGTERM end it. SIGHUP makes it read the "
     "configuration\n"
     "again; a faulty one is reported and the old one kept. What devices are set to is kept in\n"
     "the state file or, without one, lost with the program or the old configuration.\n\n"
@@ -31,7 +35,10 @@ constexpr const char* kFooter =
     "keeps\n"
     "accidents out, but nobody else.\n\n"
     "Exit codes: 0 ended by a signal; 1 cannot serve; 2 wrong usage or configuration.\n\n"
-    "Environment: VOLTARIS_KEY_FILE stands in for --key-file.\n";
+    "Environment: VOLTARIS_KEY_FILE stands in for --key-file; without both, the key is the file\n"
+    "voltaris.key in the folder CREDENTIALS_DIRECTORY, if it is there. systemd is told by\n"
+    "NOTIFY_SOCKET when the node serves, reads its configuration again and ends, and that it is\n"
+    "alive when WATCHDOG_USEC asks for it.\n";
 
 constexpr std::array<std::string_view, 7> kLogLevels = {"trace", "debug", "info", "warn",
                                                         "error", "fatal", "off"};
@@ -42,11 +49,32 @@ std::uint32_t ParseLogLevel(const std::string& word) {
   return static_cast<std::uint32_t>(found - kLogLevels.begin());
 }
 
-sockaddr_in ParseListen(const std::string& text) {
+sockaddr_in ParseListen(const std::string& option, const std::string& text) {
   const std::optional<sockaddr_in> endpoint = ParseEndpoint(text);
   if (endpoint) return *endpoint;
-  throw UsageError("--listen takes an IPv4 address and a port, such as 127.0.0.1:7440, not '" +
+  throw UsageError(option + " takes an IPv4 address and a port, such as 127.0.0.1:7440, not '" +
                    text + "'");
+}
+
+sockaddr_in ParseHttp(const std::string& text, bool anywhere) {
+  const sockaddr_in endpoint = ParseListen("--http", text);
+  if (anywhere || IsLoopback(endpoint)) return endpoint;
+  throw UsageError(
+      "--http shows everything to everybody who can connect, and so takes an address "
+      "of 127.0.0.0/8 only, unless --http-anywhere is given, too");
+}
+
+// CredentialKey is the key that the service manager hands over, if it does.
+std::optional<std::string> CredentialKey() {
+  const char* folder = std::getenv("CREDENTIALS_DIRECTORY");
+  if (folder == nullptr || *folder == '\0') return std::nullopt;
+  const std::filesystem::path path = std::filesystem::path(folder) / "voltaris.key";
+  std::error_code error;
+  // What is there and cannot be read is an error later, not a node without a key.
+  if (std::filesystem::status(path, error).type() == std::filesystem::file_type::not_found) {
+    return std::nullopt;
+  }
+  return path.string();
 }
 
 }  // namespace
@@ -67,6 +95,10 @@ std::optional<sockaddr_in> ParseEndpoint(const std::string& text) {
   return endpoint;
 }
 
+bool IsLoopback(const sockaddr_in& address) {
+  return ntohl(address.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+}
+
 std::string EndpointText(const sockaddr_in& endpoint) {
   std::array<char, INET_ADDRSTRLEN> text{};
   inet_ntop(AF_INET, &endpoint.sin_addr, text.data(), text.size());
@@ -78,6 +110,8 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   std::string key_file;
   std::string state;
   std::string log_level = "warn";
+  std::string log_format = "text";
+  std::string http;
   unsigned timeout = 10;
   Options options;
 
@@ -112,11 +146,20 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
       ->type_name("NAME")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--http", http,
+                 "serve a page to look at, and metrics for Prometheus, on this address of the "
+                 "loopback network; port 0 is a free one (default: off)")
+      ->type_name("HOST:PORT");
+  app.add_flag("--http-anywhere", options.http_anywhere,
+               "let --http be any address; who can connect sees everything");
   app.add_flag("--check-config", options.check_config,
                "read the configuration, say what is wrong with it, and end");
   app.add_option("--log-level", log_level,
                  "trace, debug, info, warn (default), error, fatal or off")
       ->type_name("LEVEL");
+  app.add_option("--log-format", log_format, "text (default), or json: an object a line")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"text", "json"}));
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& done) {
@@ -129,11 +172,13 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
   if (options.config.empty() == options.replay.empty()) {
     throw UsageError("there must be --config or --replay, and not both; see voltaris-node --help");
   }
-  options.listen = ParseListen(listen);
-  if (!key_file.empty()) options.key_file = key_file;
+  options.listen = ParseListen("--listen", listen);
+  options.key_file = key_file.empty() ? CredentialKey() : key_file;
+  if (!http.empty()) options.http = ParseHttp(http, options.http_anywhere);
   if (!state.empty()) options.state = state;
   options.connection_timeout = std::chrono::seconds(timeout);
   options.log_level = ParseLogLevel(log_level);
+  options.log_format = log_format == "json" ? LogFormat::kJson : LogFormat::kText;
   return options;
 }
 

@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "node/log.h"
+
 namespace vt::node {
 
 // UsageError says what is wrong with the command line.
@@ -29,13 +31,19 @@ struct Options {
   std::chrono::seconds connection_timeout{10};
   std::size_t max_connections = 1024;
   std::vector<std::string> faults;  // that are switched on, by name
+  std::optional<sockaddr_in> http;  // where the page and the metrics are, if anywhere
+  bool http_anywhere = false;       // and not only on addresses of this host alone
   bool check_config = false;        // and do nothing else
   std::uint32_t log_level = 3;      // enum vt_log_level, of the library and of the node itself
+  LogFormat log_format = LogFormat::kText;
 };
 
 // ParseOptions returns the options, or no options when the command line asked for help or the
 // version only, which have then been printed. It throws UsageError.
 std::optional<Options> ParseOptions(int argc, const char* const* argv);
+
+// IsLoopback tells whether an address is one that only this host can reach.
+bool IsLoopback(const sockaddr_in& address);
 
 // ParseEndpoint reads HOST:PORT, HOST being an IPv4 address; nothing when text is not of that form.
 std::optional<sockaddr_in> ParseEndpoint(const std::string& text);

@@ -1,5 +1,6 @@
 #include "node/received_query.h"
 
+#include <algorithm>
 #include <array>
 
 namespace vt::node {
@@ -53,7 +54,10 @@ ReceivedQuery::ReceivedQuery(Message message, const std::optional<voltaris::Key>
   CheckShape(message);
   key_ = KeyFor(message, key);
   // Decoding only logs a digest that does not match, so the verdict is reached here, and first.
-  if (!DigestMatches(message, key_)) throw Rejected("its digest does not match");
+  if (!DigestMatches(message, key_)) {
+    throw Rejected("its digest does not match", Rejection::kBadDigest);
+  }
+  std::ranges::copy(message.subspan(kDigestOffset, VT_DIGEST_SIZE), digest_.begin());
 
   event_.reset(
       cv_mkevent_from_rawbuffer(static_cast<std::int32_t>(message.size()), message.data()));

@@ -3,6 +3,7 @@
 #ifndef VT_NODE_RECEIVED_QUERY_H_
 #define VT_NODE_RECEIVED_QUERY_H_
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -14,12 +15,20 @@
 
 #include "vtapi.hpp"
 
+#include "node/rejection.h"
+
 namespace vt::node {
 
 // Rejected says why a message is dropped without an answer.
 class Rejected : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit Rejected(const std::string& reason, Rejection rejection = Rejection::kMalformed)
+      : std::runtime_error(reason), rejection_(rejection) {}
+
+  Rejection rejection() const { return rejection_; }
+
+ private:
+  Rejection rejection_;
 };
 
 class ReceivedQuery {
@@ -31,6 +40,9 @@ class ReceivedQuery {
   // event is for the filters, which do not take a constant one.
   Event* event() const { return event_.get(); }
   const message_header& header() const { return *event_->pak; }
+
+  // digest is the one that the message came with, which matches.
+  const std::array<std::uint8_t, VT_DIGEST_SIZE>& digest() const { return digest_; }
 
   // key is what the message was signed with, and what the answer is to be signed with.
   const hmac_context& key() const { return key_; }
@@ -53,6 +65,7 @@ class ReceivedQuery {
   void ReadElements();
 
   hmac_context key_{};
+  std::array<std::uint8_t, VT_DIGEST_SIZE> digest_{};
   std::unique_ptr<Event, ReleaseEvent> event_;
   std::string domain_;
   std::vector<const Tlv*> attributes_;

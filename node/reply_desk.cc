@@ -15,6 +15,18 @@ ReplyPacker& ReplyDesk::For(const Fault* fault) {
   return spoiled_.try_emplace(fault, query_, sender_, query_.domain()).first->second;
 }
 
+std::uint32_t ReplyDesk::accepted() const {
+  std::uint32_t count = well_.accepted();
+  for (const auto& [fault, packer] : spoiled_) count += packer.accepted();
+  return count;
+}
+
+std::uint32_t ReplyDesk::refused() const {
+  std::uint32_t count = well_.refused();
+  for (const auto& [fault, packer] : spoiled_) count += packer.refused();
+  return count;
+}
+
 std::vector<Bytes> ReplyDesk::Finish() {
   std::vector<Bytes> messages = well_.Finish();
   for (auto& [fault, packer] : spoiled_) {

@@ -22,6 +22,10 @@ class ReplyDesk {
   // For is the packer for what a device says that has this fault, or none. It stays where it is.
   ReplyPacker& For(const Fault* fault);
 
+  // accepted and refused are how many acknowledgements of each kind there are.
+  std::uint32_t accepted() const;
+  std::uint32_t refused() const;
+
   // Finish returns all messages: the right ones, then those of the faults in their order. The desk
   // is used up.
   std::vector<Bytes> Finish();

@@ -194,15 +194,16 @@ ReplyPacker::ReplyPacker(const ReceivedQuery& query, const std::string& sender,
     : accepted_(query, CV_SHIPMENT_ACK_WILL, sender, ""),
       refused_(query, CV_SHIPMENT_ACK_WONT, sender, ""),
       postponed_(query, CV_SHIPMENT_ACK_LATER, sender, ""),
-      results_(query, CV_SHIPMENT_REPLY_NO_ERROR, sender, domain),
-      largest_value_(LargestValue(domain)) {}
+      results_(query, CV_SHIPMENT_REPLY_NO_ERROR, sender, domain) {}
 
 void ReplyPacker::Accept(const DeviceHeader& device, std::uint32_t entity) {
   accepted_.Add(device, VT_TLV_ACKNOWLEDGEMENT, entity, {});
+  ++num_accepted_;
 }
 
 void ReplyPacker::Refuse(const DeviceHeader& device, std::uint32_t entity) {
   refused_.Add(device, VT_TLV_ACKNOWLEDGEMENT, entity, {});
+  ++num_refused_;
 }
 
 void ReplyPacker::Postpone(const DeviceHeader& device, std::uint32_t entity) {

@@ -146,8 +146,9 @@ class ReplyPacker {
   void Add(const DeviceHeader& device, std::uint32_t entity, std::uint32_t type,
            std::span<const std::uint8_t> value);
 
-  // Fits tells whether a value of that size fits into a message.
-  bool Fits(std::size_t value_size) const { return value_size <= largest_value_; }
+  // accepted and refused are how many acknowledgements of each kind there are.
+  std::uint32_t accepted() const { return num_accepted_; }
+  std::uint32_t refused() const { return num_refused_; }
 
   // Finish returns the signed messages, the acknowledgements first. The packer is used up.
   std::vector<Bytes> Finish();
@@ -157,7 +158,8 @@ class ReplyPacker {
   ReplyStream refused_;
   ReplyStream postponed_;
   ReplyStream results_;
-  std::size_t largest_value_;
+  std::uint32_t num_accepted_ = 0;
+  std::uint32_t num_refused_ = 0;
 };
 
 }  // namespace vt::node

@@ -49,25 +49,22 @@ class Endpoint {
   Record record_;
 };
 
+QueryKind KindOf(const message_header& header) {
+  const auto is = [&header](int message_class, int action) {
+    return header.class_ == message_class && header.action == action;
+  };
+  if (is(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_COLLECT)) return QueryKind::kCollect;
+  if (is(CV_CLASS_QUERY, VT_ACTION_QUERY_FURTHER)) return QueryKind::kFurther;
+  if (is(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_SET)) return QueryKind::kSet;
+  if (is(CV_CLASS_AGGREGATE, CV_ACTION_MXRT_CORVANE_AGGREGATE_SUM)) return QueryKind::kSum;
+  throw Rejected("class " + std::to_string(header.class_) + " action " +
+                     std::to_string(header.action) + " is not served",
+                 Rejection::kNotServed);
+}
+
 bool Asks(const ReceivedQuery& query, std::uint32_t type) {
   return std::ranges::any_of(query.attributes(),
                              [type](const Tlv* element) { return element->type == type; });
-}
-
-QueryKind KindOf(const ReceivedQuery& query) {
-  const std::pair kind(int{query.header().class_}, int{query.header().action});
-  if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_COLLECT) ||
-      kind == std::pair<int, int>(CV_CLASS_QUERY, VT_ACTION_QUERY_FURTHER)) {
-    return QueryKind::kCollect;
-  }
-  if (kind == std::pair<int, int>(CV_CLASS_QUERY, CV_ACTION_MXRT_CORVANE_QUERY_SET)) {
-    return QueryKind::kSet;
-  }
-  if (kind == std::pair<int, int>(CV_CLASS_AGGREGATE, CV_ACTION_MXRT_CORVANE_AGGREGATE_SUM)) {
-    return QueryKind::kSum;
-  }
-  throw Rejected("class " + std::to_string(kind.first) + " action " + std::to_string(kind.second) +
-                 " is not served");
 }
 
 bool Has(const Fault* fault, FaultKind kind) { return fault != nullptr && fault->kind == kind; }
@@ -157,22 +154,43 @@ Responder::Responder(Fleet fleet, std::optional<voltaris::Key> key, StateKeeper 
       faults_(std::move(faults)) {}
 
 Delivery Responder::Answer(std::span<const std::uint8_t> message,
-                           const asio::ip::address_v4& client) {
+                           const asio::ip::address_v4& client, QueryNote* note) {
   const Clocks::Steady start = clocks_.steady();
   const ReceivedQuery query(message, key_);
-  const QueryKind kind = KindOf(query);
+  const QueryKind kind = KindOf(query.header());
   const std::lock_guard lock(mutex_);
+  if (window_ != nullptr && !window_->Admit(query.digest(), start)) {
+    throw Rejected("it was sent before", Rejection::kReplayed);
+  }
   Selection selection(fleet_, query, clocks_, start);
   Strikes strikes(faults_, fleet_, kind, client);
   ReplyDesk desk(query, fleet_.node.id);
-  if (kind == QueryKind::kCollect) Collect(query, selection, strikes, desk);
-  if (kind == QueryKind::kSet) Set(query, selection, strikes, desk);
-  if (kind == QueryKind::kSum) Sum(query, selection, strikes, desk);
+  switch (kind) {
+    case QueryKind::kCollect:
+    case QueryKind::kFurther:
+      Collect(query, selection, strikes, desk);
+      break;
+    case QueryKind::kSet:
+      Set(query, selection, strikes, desk);
+      break;
+    case QueryKind::kSum:
+      Sum(query, selection, strikes, desk);
+      break;
+  }
+  if (note != nullptr) {
+    *note = {kind, query.domain(), {}, desk.accepted(), desk.refused()};
+    if (kind == QueryKind::kSet) note->changes = Describe(ReadChanges(query));
+  }
   Delivery delivery;
   delivery.messages = desk.Finish();
   if (const Fault* fault = strikes.OnConnection()) SpoilDelivery(*fault, query.key(), delivery);
   strikes.Log();
   return delivery;
+}
+
+void Responder::Look(const std::function<void(const Fleet&, Instant)>& look) {
+  const std::lock_guard lock(mutex_);
+  look(fleet_, clocks_.wall());
 }
 
 void Responder::Measured(std::span<const Reading> readings) {
@@ -242,7 +260,9 @@ void Responder::Set(const ReceivedQuery& query, Selection& selection, Strikes& s
         for (const std::uint32_t entity : others) refuse(replies, entity);
       });
   // The client has given up by then, and would not know what was set.
-  if (selection.IsOver()) throw Rejected("its time was over before it was set");
+  if (selection.IsOver()) {
+    throw Rejected("its time was over before it was set", Rejection::kOverdue);
+  }
   const bool is_set = changes && Change(to_set, *changes);
   Teller teller(query, fleet_, clocks_.wall());
   for (std::size_t i = 0; i < to_set.size(); ++i) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -18,8 +19,10 @@
 #include "node/fleet.h"
 #include "node/host/host_device.h"
 #include "node/received_query.h"
+#include "node/replay_window.h"
 #include "node/reply_desk.h"
 #include "node/state_keeper.h"
+#include "node/traffic.h"
 
 namespace vt::node {
 
@@ -53,12 +56,21 @@ class Responder {
   // What a set has changed is in the state file before the answer says so; when it cannot be
   // written the set is undone and refused. So it is when it sets this host to a level whose action
   // fails; a level of the host without an action is refused by the host alone. Beyond the time-out
-  // of the query, counted from the call, nothing more is answered, and nothing is set.
+  // of the query, counted from the call, nothing more is answered, and nothing is set. note, if
+  // there is one, is told what was answered.
   //
   // Faults that strike are part of the answer. A device that refuses for one, puts off or is silent
   // is not set, and not in a sum; one whose messages are spoiled is.
   Delivery Answer(std::span<const std::uint8_t> message,
-                  const asio::ip::address_v4& client = asio::ip::address_v4::loopback());
+                  const asio::ip::address_v4& client = asio::ip::address_v4::loopback(),
+                  QueryNote* note = nullptr);
+
+  // DropReplays has queries dropped that the window has seen, which outlives the responder. It is
+  // called before the first answer, if at all.
+  void DropReplays(std::shared_ptr<ReplayWindow> window) { window_ = std::move(window); }
+
+  // Look shows the fleet as it is now. It takes its turn among the answers.
+  void Look(const std::function<void(const Fleet&, Instant)>& look);
 
   // Measured puts readings of the sensors of this host into the fleet, in the order of its
   // entities.
@@ -85,6 +97,7 @@ class Responder {
   HostControl host_;
   Clocks clocks_;
   Faults faults_;
+  std::shared_ptr<ReplayWindow> window_;  // or null
 };
 
 }  // namespace vt::node

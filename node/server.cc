@@ -91,7 +91,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     if (is_closed_) return;
     answer_ = std::move(answer);
     for (const Bytes& message : answer_.messages) unsent_ += message.size();
-    server_.unsent_ += unsent_;
+    server_.AddUnsent(unsent_);
     EndAt(started_ + server_.limits_.connection);
     asio::error_code ignored;
     if (answer_.step != 0) socket_.set_option(tcp::no_delay(true), ignored);
@@ -109,7 +109,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     socket_.close(ignored);
     deadline_.cancel();
     pace_.cancel();
-    server_.unsent_ -= unsent_;
+    server_.RemoveUnsent(unsent_);
     server_.Closed(*this);
   }
 
@@ -122,7 +122,8 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     deadline_.async_wait([weak = weak_from_this()](const asio::error_code& error) {
       const ConnectionPtr self = weak.lock();
       if (error || self == nullptr || self->is_closed_) return;
-      self->server_.bad_peers_.Log(VT_LOG_WARN, self->client_ + " took too long");
+      self->server_.Reject(VT_LOG_WARN, self->client_, Rejection::kTooSlow,
+                           self->client_ + " took too long");
       self->Close();
     });
   }
@@ -144,7 +145,9 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     const int framed =
         vtn_frame_message(buffer_.data(), static_cast<std::uint32_t>(used_), &length);
     if (error || framed < 0) {
-      server_.bad_peers_.Log(VT_LOG_INFO, client_ + " sent no whole message");
+      server_.Reject(VT_LOG_INFO, client_,
+                     framed < 0 ? Rejection::kMalformed : Rejection::kIncomplete,
+                     client_ + " sent no whole message");
       Finish();
     } else if (framed == 0) {
       Read(length);
@@ -175,12 +178,15 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
     if (is_closed_) return;
     sent_ += size;
     if (error) {
-      server_.bad_peers_.Log(VT_LOG_WARN, client_ + " did not take the whole answer");
+      server_.Reject(VT_LOG_WARN, client_, Rejection::kNotTaken,
+                     client_ + " did not take the whole answer");
       Close();
     } else if (sent_ < unsent_) {
       SendAfter(answer_.pause);
     } else {
-      Log(VT_LOG_INFO, client_ + " got " + std::to_string(answer_.messages.size()) + " messages");
+      Log(VT_LOG_INFO, client_ + " got " + std::to_string(answer_.messages.size()) + " messages",
+          {{"peer", client_}});
+      server_.traffic_.Sent(answer_.messages.size(), unsent_);
       answer_.reset ? Reset() : Finish();
     }
   }
@@ -221,11 +227,12 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
 };
 
 Server::Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,
-               Answerer answerer)
+               Traffic& traffic, Answerer answerer)
     : io_(io),
       acceptor_(Listen(io, address)),
       retry_(io),
       limits_(limits),
+      traffic_(traffic),
       answerer_(std::move(answerer)) {
   Accept();
 }
@@ -260,6 +267,7 @@ void Server::Accepted(const asio::error_code& error, tcp::socket socket) {
   if (!gone) {
     const auto connection = std::make_shared<Connection>(*this, std::move(socket), client);
     connections_.insert(connection.get());
+    traffic_.Opened();
     connection->Start();
   }
   Accept();
@@ -269,6 +277,7 @@ void Server::Accepted(const asio::error_code& error, tcp::socket socket) {
 void Server::RetryAccept(const asio::error_code& error) {
   constexpr std::chrono::milliseconds kPause{100};
   bad_peers_.Log(VT_LOG_WARN, "accept: " + error.message());
+  traffic_.AcceptFailed();
   is_accepting_ = true;
   retry_.expires_after(kPause);
   retry_.async_wait([this](const asio::error_code& cancelled) {
@@ -280,6 +289,7 @@ void Server::RetryAccept(const asio::error_code& error) {
 
 void Server::Closed(Connection& connection) {
   connections_.erase(&connection);
+  traffic_.Closed();
   Accept();
   AnswerNext();
 }
@@ -295,12 +305,13 @@ void Server::AnswerNext() {
   asio::post(worker_, [this, connection = std::move(asking_.front())] {
     std::optional<Delivery> answer;
     try {
-      answer = answerer_(connection->query(), connection->address());
+      answer = answerer_(connection->query(), connection->address(), connection->client());
     } catch (const Rejected& reason) {
-      bad_peers_.Log(VT_LOG_WARN,
-                     "dropped a message from " + connection->client() + ": " + reason.what());
+      Reject(VT_LOG_WARN, connection->client(), reason.rejection(),
+             "dropped a message from " + connection->client() + ": " + reason.what());
     } catch (const std::exception& error) {
-      Log(VT_LOG_ERROR, "no answer to " + connection->client() + ": " + error.what());
+      Log(VT_LOG_ERROR, "no answer to " + connection->client() + ": " + error.what(),
+          {{"peer", connection->client()}});
     }
     asio::post(io_, [this, connection, answer = std::move(answer)]() mutable {
       is_answering_ = false;
@@ -309,6 +320,23 @@ void Server::AnswerNext() {
     });
   });
   asking_.pop_front();
+}
+
+// Reject tells of a bad peer. It may be called by both threads.
+void Server::Reject(std::uint32_t level, const std::string& client, Rejection rejection,
+                    const std::string& message) {
+  bad_peers_.Log(level, message, {{"peer", client}, {"reason", NameOf(rejection)}});
+  traffic_.Rejected(client, rejection, message);
+}
+
+void Server::AddUnsent(std::size_t size) {
+  unsent_ += size;
+  traffic_.Unsent(unsent_);
+}
+
+void Server::RemoveUnsent(std::size_t size) {
+  unsent_ -= size;
+  traffic_.Unsent(unsent_);
 }
 
 }  // namespace vt::node

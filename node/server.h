@@ -18,11 +18,13 @@
 #include <functional>
 #include <memory>
 #include <span>
+#include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "node/delivery.h"
 #include "node/log.h"
+#include "node/traffic.h"
 
 namespace vt::node {
 
@@ -35,14 +37,17 @@ struct ServerLimits {
 
 class Server {
  public:
-  // Answerer turns a message of a client into what answers it, or throws Rejected. It is called on
-  // one thread, which is not that of the loop: an answer of many devices holds nobody up.
-  using Answerer = std::function<Delivery(std::span<const std::uint8_t> message,
-                                          const asio::ip::address_v4& client)>;
+  // Answerer turns a message of a client, whose HOST:PORT is the name, into what answers it, or
+  // throws Rejected. It is called on one thread, which is not that of the loop: an answer of many
+  // devices holds nobody up.
+  using Answerer =
+      std::function<Delivery(std::span<const std::uint8_t> message,
+                             const asio::ip::address_v4& client, const std::string& name)>;
 
-  // Server listens, and serves while io runs. It throws std::system_error when it cannot listen.
+  // Server listens, and serves while io runs. traffic is told of connections, of what is rejected
+  // and of what is sent, and must outlive it. It throws std::system_error when it cannot listen.
   Server(asio::io_context& io, const sockaddr_in& address, const ServerLimits& limits,
-         Answerer answerer);
+         Traffic& traffic, Answerer answerer);
   ~Server() = default;
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
@@ -52,6 +57,9 @@ class Server {
 
   // Post runs a task on the thread that answers, between two answers.
   void Post(std::function<void()> task);
+
+  // log_lines_left_out is how many lines on bad peers there was no room for.
+  std::uint64_t log_lines_left_out() const { return bad_peers_.left_out(); }
 
   // Stop closes the listener and all connections, so that io has nothing left to do.
   void Stop();
@@ -66,11 +74,16 @@ class Server {
   void Closed(Connection& connection);
   void Enqueue(ConnectionPtr connection);
   void AnswerNext();
+  void Reject(std::uint32_t level, const std::string& client, Rejection rejection,
+              const std::string& message);
+  void AddUnsent(std::size_t size);
+  void RemoveUnsent(std::size_t size);
 
   asio::io_context& io_;
   asio::ip::tcp::acceptor acceptor_;
   asio::steady_timer retry_;
   const ServerLimits limits_;
+  Traffic& traffic_;
   const Answerer answerer_;
   RateLimit bad_peers_;
   std::unordered_set<Connection*> connections_;

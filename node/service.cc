@@ -1,5 +1,8 @@
 #include "node/service.h"
 
+#include <asio/post.hpp>
+
+#include <chrono>
 #include <exception>
 #include <iostream>
 #include <span>
@@ -62,13 +65,43 @@ Configuration ReadConfiguration(const Options& options) {
 Service::Service(const Options& options, Configuration first)
     : options_(options),
       signals_(io_, SIGINT, SIGTERM, SIGHUP),
-      server_(io_, options.listen, LimitsOf(options),
-              [this](std::span<const std::uint8_t> message, const asio::ip::address_v4& client) {
-                return responder_->Answer(message, client);
-              }) {
+      next_alive_(io_),
+      server_(io_, options.listen, LimitsOf(options), traffic_,
+              [this](std::span<const std::uint8_t> message, const asio::ip::address_v4& client,
+                     const std::string& name) { return Answer(message, client, name); }) {
   Use(std::move(first));
+  if (options.http) {
+    monitor_.emplace(io_, *options.http,
+                     options.http_anywhere ? HttpHosts::kAny : HttpHosts::kLoopback, server_,
+                     traffic_, [this](const auto& look) { responder_->Look(look); });
+  }
   no_signals_.reset();
   AwaitSignal();
+}
+
+std::optional<sockaddr_in> Service::http_address() const {
+  return monitor_ ? std::optional(monitor_->address()) : std::nullopt;
+}
+
+void Service::Run() {
+  status_ = "listening on " + EndpointText(address());
+  if (monitor_) status_ += ", http on " + EndpointText(monitor_->address());
+  notifier_.Ready(status_);
+  TellAlive();
+  io_.run();
+}
+
+Delivery Service::Answer(std::span<const std::uint8_t> message, const asio::ip::address_v4& client,
+                         const std::string& name) {
+  AnsweredQuery query;
+  query.at = std::chrono::system_clock::now();
+  query.client = name;
+  const auto start = std::chrono::steady_clock::now();
+  Delivery answer = responder_->Answer(message, client, &query.note);
+  query.duration = std::chrono::steady_clock::now() - start;
+  query.messages = answer.messages.size();
+  traffic_.Answered(std::move(query));
+  return answer;
 }
 
 // Use answers for that fleet from now on, with what has been set of its devices.
@@ -87,7 +120,20 @@ void Service::Use(Configuration configuration) {
   responder_ = std::make_shared<Responder>(std::move(file.fleet), std::move(configuration.key),
                                            std::move(state), std::move(control), Clocks::System(),
                                            std::move(faults));
+  UseReplayWindow(file.replay_window);
   StartHost(std::move(configuration.host));
+}
+
+void Service::UseReplayWindow(std::optional<std::chrono::seconds> length) {
+  if (!length) {
+    replay_window_.reset();
+  } else if (replay_window_ == nullptr) {
+    replay_window_ = std::make_shared<ReplayWindow>(*length);
+  } else {
+    // What was seen before the reload stays seen.
+    replay_window_->Resize(*length);
+  }
+  responder_->DropReplays(replay_window_);
 }
 
 // StartHost has the sensors of this host read for the responder from now on.
@@ -111,18 +157,44 @@ void Service::AwaitSignal() {
       AwaitSignal();
     } else {
       Log(VT_LOG_INFO, "ended by a signal");
-      server_.Stop();
+      Stop();
     }
   });
 }
 
+void Service::Stop() {
+  is_stopped_ = true;
+  notifier_.Stopping();
+  next_alive_.cancel();
+  if (monitor_) monitor_->Stop();
+  server_.Stop();
+}
+
+// TellAlive goes through the thread that answers: when that is stuck, the node is.
+void Service::TellAlive() {
+  if (!notifier_.watchdog() || is_stopped_) return;
+  next_alive_.expires_after(*notifier_.watchdog() / 2);
+  next_alive_.async_wait([this](const asio::error_code& error) {
+    if (error) return;
+    server_.Post([this] {
+      notifier_.Alive();
+      asio::post(io_, [this] { TellAlive(); });
+    });
+  });
+}
+
 void Service::Reload() {
+  notifier_.Reloading();
+  bool ok = false;
   try {
     Use(ReadConfiguration(options_));
+    ok = true;
     Log(VT_LOG_INFO, "read the configuration and the key again");
   } catch (const std::exception& error) {
     Log(VT_LOG_ERROR, std::string("the configuration stays as it was: ") + error.what());
   }
+  traffic_.Reloaded(ok);
+  notifier_.Ready(ok ? status_ : status_ + "; the configuration could not be read again");
 }
 
 }  // namespace vt::node

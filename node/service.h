@@ -5,19 +5,27 @@
 
 #include <asio/io_context.hpp>
 #include <asio/signal_set.hpp>
+#include <asio/steady_timer.hpp>
 #include <netinet/in.h>
 #include <signal.h>
 
 #include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <vector>
 
 #include "vtapi.hpp"
 
 #include "node/fleet_file.h"
 #include "node/host/host_watch.h"
+#include "node/monitor.h"
+#include "node/notify.h"
 #include "node/options.h"
+#include "node/replay_window.h"
 #include "node/responder.h"
 #include "node/server.h"
+#include "node/traffic.h"
 
 namespace vt::node {
 
@@ -40,13 +48,18 @@ Configuration ReadConfiguration(const Options& options);
 class Service {
  public:
   // Service listens and brings what the state file holds into the fleet. options must outlive it.
-  // It throws std::system_error when it cannot listen, or cannot use the state file.
+  // It throws std::system_error when it cannot listen, or cannot use the state file. It is made
+  // before other threads run, for it takes the service manager's variables from the environment.
   Service(const Options& options, Configuration first);
 
   sockaddr_in address() const { return server_.address(); }
 
-  // Run serves until SIGINT or SIGTERM.
-  void Run() { io_.run(); }
+  // http_address is where the page and the metrics are, if anywhere.
+  std::optional<sockaddr_in> http_address() const;
+
+  // Run serves until SIGINT or SIGTERM. The service manager is told when it begins and when it
+  // ends.
+  void Run();
 
  private:
   // NoSignals keeps signals from this thread, and for good from those that it starts meanwhile.
@@ -61,18 +74,30 @@ class Service {
     sigset_t saved_;
   };
 
+  Delivery Answer(std::span<const std::uint8_t> message, const asio::ip::address_v4& client,
+                  const std::string& name);
   void Use(Configuration configuration);
+  void UseReplayWindow(std::optional<std::chrono::seconds> length);
   void StartHost(std::unique_ptr<HostWatch> host);
   void AwaitSignal();
   void Reload();
+  void Stop();
+  void TellAlive();
 
   const Options& options_;
   std::optional<NoSignals> no_signals_{std::in_place};  // first: while the others start threads
+  std::string status_;  // for the service manager, from when the node serves
+  bool is_stopped_ = false;
+  const Notifier notifier_ = Notifier::FromEnvironment();
+  Traffic traffic_;
   // Used on the thread that answers, from when the server accepts connections.
   std::shared_ptr<Responder> responder_;
+  std::shared_ptr<ReplayWindow> replay_window_;  // or null; it outlasts reloads
   asio::io_context io_;
   asio::signal_set signals_;
+  asio::steady_timer next_alive_;
   Server server_;
+  std::optional<Monitor> monitor_;
   std::unique_ptr<HostWatch> host_;  // last: its thread uses the server
 };
 

@@ -231,7 +231,7 @@ UsageHeader HeaderOf(const Subject& subject) {
 }  // namespace
 
 Teller::Teller(const ReceivedQuery& query, const Fleet& fleet, Instant now)
-    : fleet_(fleet), factors_(fleet, now) {
+    : fleet_(fleet), factors_(fleet, now), largest_value_(LargestValue(query.domain())) {
   bool asks_for_row = false;
   for (const Tlv* element : query.attributes()) {
     const std::uint32_t type = element->type;
@@ -284,8 +284,9 @@ bool Teller::HasCombined(std::uint32_t entity, std::uint32_t bits) const {
   std::string name;
   fleet_.WriteNameOf(entity, name);
   constexpr std::size_t besides_texts = 3 * 4 + 11 + sizeof(delta_vector);  // at most
-  return replies_.Fits(besides_texts + name.size() + fleet_.RoleOf(entity).size() +
-                       fleet_.KeywordsOf(entity).size());
+  return besides_texts + name.size() + fleet_.RoleOf(entity).size() +
+             fleet_.KeywordsOf(entity).size() <=
+         largest_value_;
 }
 
 // Gather adds everything asked for, each value in an element of its type.

@@ -56,6 +56,7 @@ class Teller {
 
   const Fleet& fleet_;
   FactorsAt factors_;
+  std::size_t largest_value_;        // that fits into a message
   std::vector<Asked> types_;         // each once
   std::set<std::uint32_t> asked_;    // without the units that come along
   std::uint32_t combined_type_ = 0;  // the one combined type that would do, or 0

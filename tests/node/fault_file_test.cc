@@ -104,7 +104,7 @@ TEST(FaultFile, WhomAndHowOftenItStrikes) {
   EXPECT_EQ(fault.target.keyword, "light");
   EXPECT_EQ(fault.target.domain, "test");
   EXPECT_EQ(fault.target.clients.size(), 2u);
-  EXPECT_EQ(fault.target.queries, 5u);
+  EXPECT_EQ(fault.target.queries, 11u);
 }
 
 TEST(FaultFile, WhatIsWrongIsToldWithItsPlace) {
