@@ -4,6 +4,7 @@
 #include <asio/write.hpp>
 
 #include <array>
+#include <exception>
 #include <string_view>
 #include <system_error>
 
@@ -152,6 +153,9 @@ class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::C
       });
     } catch (const HttpError& error) {
       Send(ErrorResponse(error));
+    } catch (const std::exception& error) {
+      Log(VT_LOG_ERROR, std::string("no answer over HTTP: ") + error.what());
+      Send(ErrorResponse(HttpError(500, "the node cannot answer that now")));
     }
   }
 

@@ -22,8 +22,6 @@ using Steady = std::chrono::steady_clock;
 constexpr std::chrono::seconds kMeasureInterval{1};
 // Of the time of the thread that answers, measuring takes a fiftieth at most.
 constexpr int kLeastShare = 50;
-// A thread that has not come to a measure for so long is stuck.
-constexpr std::chrono::seconds kPatience{30};
 
 // Nonce is what makes the scripts and styles of one response known to the browser as ours.
 std::string Nonce() {
@@ -50,11 +48,12 @@ std::string WithNonce(std::string_view page, const std::string& nonce) {
 }  // namespace
 
 Monitor::Monitor(asio::io_context& io, const sockaddr_in& address, HttpHosts hosts, Server& server,
-                 const Traffic& traffic, LookAtFleet look)
+                 const Traffic& traffic, LookAtFleet look, Steady::duration patience)
     : io_(io),
       server_(server),
       traffic_(traffic),
       look_(std::move(look)),
+      patience_(patience),
       next_measure_(io),
       http_(io, address, hosts, {}, [this](const HttpRequest& request, HttpServer::Reply reply) {
         Handle(request, reply);
@@ -98,7 +97,7 @@ HttpResponse Monitor::Page() const {
 
 // The measures run on the thread that answers, in their turn: they come to a stop with it.
 HttpResponse Monitor::Health() const {
-  if (measuring_since_ && Steady::now() - *measuring_since_ > kPatience) {
+  if (measuring_since_ && Steady::now() - *measuring_since_ > patience_) {
     return {503, "text/plain; charset=utf-8", "the thread that answers queries is stuck\n", {}};
   }
   return {200, "text/plain; charset=utf-8", "ok\n", {}};

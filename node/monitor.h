@@ -27,10 +27,14 @@ class Monitor {
   // LookAtFleet shows the fleet; it is called by the constructor, then on the thread that answers.
   using LookAtFleet = std::function<void(const std::function<void(const Fleet&, Instant)>&)>;
 
-  // Monitor listens, and serves while io runs. server and traffic must outlive it. It throws
-  // std::system_error when it cannot listen.
+  // A thread that has not come to a measure for so long is stuck.
+  static constexpr std::chrono::seconds kPatience{30};
+
+  // Monitor listens, and serves while io runs. It looks at the fleet once itself, before anybody
+  // answers. server and traffic must outlive it. It throws std::system_error when it cannot listen.
   Monitor(asio::io_context& io, const sockaddr_in& address, HttpHosts hosts, Server& server,
-          const Traffic& traffic, LookAtFleet look);
+          const Traffic& traffic, LookAtFleet look,
+          std::chrono::steady_clock::duration patience = kPatience);
 
   sockaddr_in address() const { return http_.address(); }
 
@@ -51,6 +55,7 @@ class Monitor {
   Server& server_;
   const Traffic& traffic_;
   const LookAtFleet look_;
+  const std::chrono::steady_clock::duration patience_;
   const WallTime started_ = std::chrono::system_clock::now();
   FleetSurvey survey_;  // used on the thread that answers
   FleetTotals totals_;  // as measured last

@@ -8,12 +8,15 @@
 #include <signal.h>
 #include <sys/socket.h>
 
+#include <atomic>
+#include <future>
 #include <map>
 #include <memory>
 #include <optional>
 #include <thread>
 
 #include "node/http_request.h"
+#include "node/monitor.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
@@ -181,6 +184,7 @@ class WebServer {
 
 void Echo(const HttpRequest& request, const node::HttpServer::Reply& reply) {
   if (request.path == "/missing") throw HttpError(404, "nothing there");
+  if (request.path == "/broken") throw std::runtime_error("inner workings");
   reply({200, "text/plain", request.path, {{"X-Own", "yes"}}});
 }
 
@@ -224,6 +228,9 @@ TEST(HttpServer, ErrorsAreAnsweredWithTheirReason) {
   EXPECT_EQ(post.status, 405);
   EXPECT_NE(post.head.find("Allow: GET, HEAD\r\n"), std::string::npos);
   EXPECT_EQ(server.Ask("\r\n\r\n").status, 400);
+  const Answer broken = server.Ask("GET /broken HTTP/1.1\r\nHost: localhost\r\n\r\n");
+  EXPECT_EQ(broken.status, 500);
+  EXPECT_EQ(broken.body, "the node cannot answer that now\n") << "the log has the reason";
 }
 
 TEST(HttpServer, APageOfAnotherSiteCannotPassItselfOffAsThisHost) {
@@ -514,6 +521,44 @@ TEST(Monitor, APortThatIsTakenEndsTheStart) {
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.err.find("cannot serve HTTP on " + first->address()), std::string::npos)
       << outcome.err;
+}
+
+TEST(Monitor, IsNotWellWhileTheThreadThatAnswersIsStuck) {
+  const node::FleetFile file = Load(SmallFleet());
+  asio::io_context io;
+  sockaddr_in loopback{};
+  loopback.sin_family = AF_INET;
+  loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  node::Traffic traffic;
+  node::Server server(io, loopback, {}, traffic,
+                      [](auto&&...) { return std::vector<node::Bytes>(); });
+  std::promise<void> release;
+  const std::shared_future<void> released = release.get_future().share();
+  std::atomic<int> looks = 0;
+  const auto look = [&](const auto& show) {
+    if (++looks == 2) released.wait();  // the first one by the thread that answers
+    show(file.fleet, At(0));
+  };
+  node::Monitor monitor(io, loopback, node::HttpHosts::kLoopback, server, traffic, look,
+                        std::chrono::milliseconds(10));
+  std::thread loop([&io] { io.run(); });
+  const auto health = [port = ntohs(monitor.address().sin_port)] {
+    PeerConnection connection = ConnectTo(port);
+    connection.Send(BytesOf("GET /healthz HTTP/1.1\r\nHost: localhost\r\n\r\n"));
+    return Take(connection).status;
+  };
+  while (health() != 503) {
+    // Until it has been stuck for long enough.
+  }
+  release.set_value();
+  while (health() != 200) {
+    // Until it has come to an end.
+  }
+  asio::post(io, [&] {
+    monitor.Stop();
+    server.Stop();
+  });
+  loop.join();
 }
 
 // --- the key of the service manager ---
