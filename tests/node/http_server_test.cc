@@ -530,8 +530,7 @@ TEST(Monitor, IsNotWellWhileTheThreadThatAnswersIsStuck) {
   loopback.sin_family = AF_INET;
   loopback.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   node::Traffic traffic;
-  node::Server server(io, loopback, {}, traffic,
-                      [](auto&&...) { return std::vector<node::Bytes>(); });
+  node::Server server(io, loopback, {}, traffic, [](auto&&...) { return node::Delivery(); });
   std::promise<void> release;
   const std::shared_future<void> released = release.get_future().share();
   std::atomic<int> looks = 0;
