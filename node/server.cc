@@ -78,6 +78,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
 
   const std::string& client() const { return client_; }
   const asio::ip::address_v4& address() const { return address_; }
+  bool has_query() const { return has_query_; }
   std::span<const std::uint8_t> query() const { return {buffer_.data(), used_}; }
 
   void Start() {
@@ -153,6 +154,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
       Read(length);
     } else {
       deadline_.cancel();
+      has_query_ = true;
       server_.Enqueue(shared_from_this());
     }
   }
@@ -223,6 +225,7 @@ class Server::Connection : public std::enable_shared_from_this<Server::Connectio
   Delivery answer_;
   std::size_t unsent_ = 0;  // that count against the limit, until it is closed
   std::size_t sent_ = 0;
+  bool has_query_ = false;
   bool is_closed_ = false;
 };
 
@@ -241,7 +244,24 @@ sockaddr_in Server::address() const { return SystemAddress(acceptor_.local_endpo
 
 void Server::Post(std::function<void()> task) { asio::post(worker_, std::move(task)); }
 
+void Server::Finish(std::function<void()> done) {
+  finished_ = std::move(done);
+  asio::error_code ignored;
+  acceptor_.close(ignored);
+  retry_.cancel();
+  const std::vector<Connection*> all(connections_.begin(), connections_.end());
+  for (Connection* connection : all) {
+    if (!connection->has_query()) connection->Close();
+  }
+  TellIfFinished();
+}
+
+void Server::TellIfFinished() {
+  if (finished_ && connections_.empty()) asio::post(io_, std::exchange(finished_, {}));
+}
+
 void Server::Stop() {
+  finished_ = {};
   asio::error_code ignored;
   acceptor_.close(ignored);
   retry_.cancel();
@@ -292,6 +312,7 @@ void Server::Closed(Connection& connection) {
   traffic_.Closed();
   Accept();
   AnswerNext();
+  TellIfFinished();
 }
 
 void Server::Enqueue(ConnectionPtr connection) {

@@ -61,6 +61,10 @@ class Server {
   // log_lines_left_out is how many lines on bad peers there was no room for.
   std::uint64_t log_lines_left_out() const { return bad_peers_.left_out(); }
 
+  // Finish closes the listener and the connections whose query is not there yet, and calls done
+  // when the others have had their answers. Stop may come before that; done is not called then.
+  void Finish(std::function<void()> done);
+
   // Stop closes the listener and all connections, so that io has nothing left to do.
   void Stop();
 
@@ -72,6 +76,7 @@ class Server {
   void Accepted(const asio::error_code& error, asio::ip::tcp::socket socket);
   void RetryAccept(const asio::error_code& error);
   void Closed(Connection& connection);
+  void TellIfFinished();
   void Enqueue(ConnectionPtr connection);
   void AnswerNext();
   void Reject(std::uint32_t level, const std::string& client, Rejection rejection,
@@ -89,6 +94,7 @@ class Server {
   std::unordered_set<Connection*> connections_;
   std::deque<ConnectionPtr> asking_;  // with a query that waits for its answer
   std::size_t unsent_ = 0;
+  std::function<void()> finished_;
   bool is_accepting_ = false;
   bool is_answering_ = false;
   asio::thread_pool worker_{1};  // last: it ends before what it calls

@@ -66,6 +66,7 @@ Service::Service(const Options& options, Configuration first)
     : options_(options),
       signals_(io_, SIGINT, SIGTERM, SIGHUP),
       next_alive_(io_),
+      patience_(io_),
       server_(io_, options.listen, LimitsOf(options), traffic_,
               [this](std::span<const std::uint8_t> message, const asio::ip::address_v4& client,
                      const std::string& name) { return Answer(message, client, name); }) {
@@ -151,20 +152,33 @@ void Service::StartHost(std::unique_ptr<HostWatch> host) {
 
 void Service::AwaitSignal() {
   signals_.async_wait([this](const asio::error_code& error, int signal) {
-    if (error) return;
-    if (signal == SIGHUP) {
+    if (error || is_stopped_) return;
+    if (signal != SIGHUP) {
+      is_finishing_ ? Stop() : Finish();
+    } else if (!is_finishing_) {
       server_.Post([this] { Reload(); });
-      AwaitSignal();
-    } else {
-      Log(VT_LOG_INFO, "ended by a signal");
-      Stop();
     }
+    AwaitSignal();
   });
 }
 
-void Service::Stop() {
-  is_stopped_ = true;
+// Finish lets those have their answers who have asked, for some time; another signal ends that.
+void Service::Finish() {
+  constexpr std::chrono::seconds kPatience{5};
+  Log(VT_LOG_INFO, "ended by a signal");
+  is_finishing_ = true;
   notifier_.Stopping();
+  patience_.expires_after(kPatience);
+  patience_.async_wait([this](const asio::error_code& error) {
+    if (!error) Stop();
+  });
+  server_.Finish([this] { Stop(); });
+}
+
+void Service::Stop() {
+  if (std::exchange(is_stopped_, true)) return;
+  signals_.cancel();
+  patience_.cancel();
   next_alive_.cancel();
   if (monitor_) monitor_->Stop();
   server_.Stop();

@@ -57,8 +57,9 @@ class Service {
   // http_address is where the page and the metrics are, if anywhere.
   std::optional<sockaddr_in> http_address() const;
 
-  // Run serves until SIGINT or SIGTERM. The service manager is told when it begins and when it
-  // ends.
+  // Run serves until SIGINT or SIGTERM, and then until those who have asked have their answers,
+  // which takes five seconds at most; a second signal ends it at once. The service manager is told
+  // when it begins and when it ends.
   void Run();
 
  private:
@@ -81,12 +82,14 @@ class Service {
   void StartHost(std::unique_ptr<HostWatch> host);
   void AwaitSignal();
   void Reload();
+  void Finish();
   void Stop();
   void TellAlive();
 
   const Options& options_;
   std::optional<NoSignals> no_signals_{std::in_place};  // first: while the others start threads
   std::string status_;  // for the service manager, from when the node serves
+  bool is_finishing_ = false;
   bool is_stopped_ = false;
   const Notifier notifier_ = Notifier::FromEnvironment();
   Traffic traffic_;
@@ -96,6 +99,7 @@ class Service {
   asio::io_context io_;
   asio::signal_set signals_;
   asio::steady_timer next_alive_;
+  asio::steady_timer patience_;  // with those who still get their answers
   Server server_;
   std::optional<Monitor> monitor_;
   std::unique_ptr<HostWatch> host_;  // last: its thread uses the server

@@ -1,11 +1,16 @@
 // This host as an application meets it: the real program with a made-up system, asked with the
 // command.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "tests/node/host_tree.h"
 #include "tests/node/node_support.h"
@@ -95,6 +100,59 @@ TEST_F(HostExchange, ASetRunsTheActionOfTheLevelAndRefusesTheOthers) {
   EXPECT_EQ(Rows(node)[101]["level"], 3);
   EXPECT_NE(node.Ask({"set", "level=4"}).exit_code, 0);
   EXPECT_EQ(Rows(node)[101]["level"], 3);
+}
+
+// Refused tells whether nobody listens on a port.
+bool Refused(std::uint16_t port) {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const PeerConnection connection(fd);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0;
+}
+
+template <class Condition>
+void Await(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + kProgramPatience;
+  while (!condition()) {
+    ASSERT_LT(std::chrono::steady_clock::now(), end);
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(HostExchange, WhoHasAskedGetsTheAnswerThoughASignalEndsTheNode) {
+  const TempFolder folder;
+  // The action tells that it runs, and ends when it may.
+  Node node(
+      Config("[[host.action]]\nlevel = 3\ntimeout = 40\ncommand = [\"/bin/sh\", \"-c\", \"touch " +
+             folder.path("runs") + "; until test -e " + folder.path("go") + "; do :; done\"]\n"));
+  PeerConnection idle = node.Connect();
+  PeerConnection asking = node.Connect();
+  asking.Send(Setting({Element(14, 0, Bytes{3})}).Signed(KeyOfSender()));
+  Await([&folder] { return std::filesystem::exists(folder.path("runs")); });
+  node.program().Signal(SIGTERM);
+  idle.WaitForClose();
+  Await([&node] { return Refused(node.port()); });
+  folder.Write("go", "");
+  EXPECT_GE(SplitPdus(asking.ReadAll()).size(), 2u);
+  EXPECT_EQ(node.program().Finish().exit_code, 0);
+}
+
+TEST_F(HostExchange, AnAnswerThatTakesTooLongDoesNotKeepTheNodeFromEnding) {
+  Node node(NodeToml({{.number = 1}}) + "[[fault]]\nkind = \"delay\"\ndelay = 60000\n",
+            {"--connection-timeout", "3600"});
+  PeerConnection asking = node.Connect();
+  asking.Send(Asking({9}).Signed(KeyOfSender()));
+  // Queries are looked at in their order: when this one, which is forged, is dropped, the other one
+  // is being answered.
+  PeerConnection other = node.Connect();
+  other.Send(Asking({9}).Signed(Bytes(20, 9)));
+  other.WaitForClose();
+  node.program().Signal(SIGTERM);
+  asking.WaitForClose();
+  EXPECT_EQ(node.program().Finish().exit_code, 0);
 }
 
 TEST_F(HostExchange, ASystemWithoutSensorsIsANodeWithoutEntities) {
