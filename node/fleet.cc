@@ -50,8 +50,8 @@ Power AtLevel(const RecordedPower& recorded, std::uint8_t level) {
       power.usage_vector[i] = (*usages)[i];
       power.delta_vector[i] = (*usages)[i] - power.usage;
     } else if (changes) {
-      power.delta_vector[i] =
-          Clamped<std::int32_t>(std::int64_t{(*changes)[i]} - changes->at(level));
+      const std::int64_t change = std::int64_t{(*changes)[i]} - changes->at(level);
+      power.delta_vector[i] = Clamped<std::int32_t>(change);
     }
   }
   return power;

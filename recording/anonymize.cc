@@ -31,11 +31,12 @@ class StandIns {
  public:
   explicit StandIns(std::string_view kind) : prefix_(std::string(kind) + '-') {}
 
-  void Replace(std::string& text) {
-    if (!text.empty()) text = prefix_ + std::to_string(counted_.Of(text));
+  // For gives the stand-in; an empty text names nobody.
+  std::string For(const std::string& text) {
+    return text.empty() ? text : prefix_ + std::to_string(counted_.Of(text));
   }
-  void Replace(std::optional<std::string>& text) {
-    if (text) Replace(*text);
+  std::optional<std::string> For(const std::optional<std::string>& text) {
+    return text ? std::optional(For(*text)) : std::nullopt;
   }
 
  private:
@@ -70,11 +71,12 @@ class Anonymizer {
   }
 
   void Work(Recording& recording) {
-    Replace(recording.node);
-    domains_.Replace(recording.domain);
+    recording.node = For(recording.node);
+    recording.domain = domains_.For(recording.domain);
     for (Entity& entity : recording.entities) {
-      Replace(entity.id.device);
-      for (Neighbor& neighbor : entity.neighbors) Replace(neighbor.device);
+      entity.id.device = For(entity.id.device);
+      // cppcheck-suppress constVariable; it is assigned to
+      for (Neighbor& neighbor : entity.neighbors) neighbor.device = For(neighbor.device);
     }
     std::ranges::sort(recording.entities, {}, &Entity::id);
     for (Entity& entity : recording.entities) ReplaceTexts(entity);
@@ -82,39 +84,42 @@ class Anonymizer {
 
  private:
   // Identities are 32 digits as usual, whatever they were.
-  void Replace(voltaris::DeviceId& id) const {
+  voltaris::DeviceId For(const voltaris::DeviceId& id) const {
     std::array<std::uint8_t, VT_DIGEST_SIZE> digest{};
     hmac_sha_msg(&key_, id.bytes.data(), static_cast<std::uint32_t>(id.bytes.size()),
                  digest.data());
     constexpr std::string_view digits = "0123456789abcdef";
-    for (std::size_t i = 0; i < id.bytes.size(); ++i) {
+    voltaris::DeviceId made;
+    for (std::size_t i = 0; i < made.bytes.size(); ++i) {
       const unsigned byte = digest.at(i / 2);
-      id.bytes.at(i) = static_cast<std::uint8_t>(digits[i % 2 == 0 ? byte >> 4 : byte & 15]);
+      made.bytes.at(i) = static_cast<std::uint8_t>(digits[i % 2 == 0 ? byte >> 4 : byte & 15]);
     }
+    return made;
   }
 
   void ReplaceTexts(Entity& entity) {
-    roles_.Replace(entity.role);
-    names_.Replace(entity.name);
+    entity.role = roles_.For(entity.role);
+    entity.name = names_.For(entity.name);
     if (entity.keywords) {
-      for (std::string& keyword : *entity.keywords) keywords_.Replace(keyword);
+      for (std::string& keyword : *entity.keywords) keyword = keywords_.For(keyword);
     }
-    errors_.Replace(entity.error_text);
-    texts_.Replace(entity.text_21);
-    if (entity.address) Replace(*entity.address);
+    entity.error_text = errors_.For(entity.error_text);
+    entity.text_21 = texts_.For(entity.text_21);
+    if (entity.address) entity.address = For(*entity.address);
     std::ranges::sort(entity.neighbors, {}, &Neighbor::device);
+    // cppcheck-suppress constVariable; likewise
     for (Neighbor& neighbor : entity.neighbors) {
-      labels_.Replace(neighbor.label);
-      ReplaceData(neighbor.data);
+      neighbor.label = labels_.For(neighbor.label);
+      neighbor.data = DataFor(neighbor.data);
     }
-    std::ranges::sort(entity.neighbors);
+    std::sort(entity.neighbors.begin(), entity.neighbors.end());
     if (entity.recurrence && !IsCalendar(entity.recurrence->text)) {
-      recurrences_.Replace(entity.recurrence->text);
+      entity.recurrence->text = recurrences_.For(entity.recurrence->text);
     }
   }
 
   // Addresses are counted through the private network 10.0.0.0/8, all with the same port.
-  void Replace(AddressBytes& address) {
+  AddressBytes For(const AddressBytes& address) {
     constexpr std::uint32_t first = 10u << 24;
     constexpr std::uint32_t hosts = 0xFFFFFF;
     constexpr std::uint16_t port = 7440;
@@ -123,18 +128,17 @@ class Anonymizer {
     made.sin_family = AF_INET;
     made.sin_port = htons(port);
     made.sin_addr.s_addr = htonl(first | (static_cast<std::uint32_t>(number) & hosts));
-    std::memcpy(address.data(), &made, address.size());
+    AddressBytes bytes{};
+    std::memcpy(bytes.data(), &made, bytes.size());
+    return bytes;
   }
 
-  void ReplaceData(std::string& data) {
+  std::string DataFor(const std::string& data) {
     AddressBytes address{};
-    if (data.size() != address.size()) {
-      data.assign(data.size(), '\0');
-      return;
-    }
+    if (data.size() != address.size()) return std::string(data.size(), '\0');
     std::ranges::copy(data, address.begin());
-    Replace(address);
-    data.assign(address.begin(), address.end());
+    address = For(address);
+    return {address.begin(), address.end()};
   }
 
   hmac_context key_{};

@@ -34,8 +34,6 @@ class LineReader {
   // line is without its end, and has to exist for as long as the reader; number counts from 1.
   LineReader(std::string_view line, std::uint32_t number) : line_(line), number_(number) {}
 
-  std::uint32_t number() const { return number_; }
-
   // Reject throws a RecordingError for the place where the reader stands, RejectBack for that of
   // what it has read last.
   [[noreturn]] void Reject(const std::string& message) const { RejectAt(at_, message); }

@@ -7,10 +7,10 @@
 
 #include <array>
 #include <chrono>
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "vtapi.hpp"
@@ -49,7 +49,11 @@ struct Neighbor {
   std::string data;  // mostly a socket address, or nothing
   std::int32_t flag = 0;
 
-  friend auto operator<=>(const Neighbor&, const Neighbor&) = default;
+  friend bool operator==(const Neighbor&, const Neighbor&) = default;
+  friend bool operator<(const Neighbor& a, const Neighbor& b) {
+    return std::tie(a.device, a.label, a.data, a.flag) <
+           std::tie(b.device, b.label, b.data, b.flag);
+  }
 };
 
 // Entity is one row of an answer. What it does not hold, it did not tell.

@@ -65,7 +65,7 @@ std::string Target(const std::string& path) {
   if (!std::filesystem::is_regular_file(status)) {
     ThrowErrno(EINVAL, path + " is no regular file");
   }
-  const std::string target = std::filesystem::canonical(path, error).string();
+  std::string target = std::filesystem::canonical(path, error).string();
   if (error) ThrowErrno(error.value(), "cannot write " + path);
   return target;
 }
@@ -106,8 +106,11 @@ void SaveText(const std::string& path, std::string_view text) {
 
 std::string LoadText(const std::string& path) {
   const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.get() < 0) ThrowErrno(errno, "cannot open it");
+  struct stat status {};
+  if (file.get() < 0 || fstat(file.get(), &status) != 0) ThrowErrno(errno, "cannot open it");
+  if (status.st_size > static_cast<off_t>(kLargestFile)) ThrowErrno(EFBIG, "cannot read it");
   std::string text;
+  if (S_ISREG(status.st_mode)) text.reserve(static_cast<std::size_t>(status.st_size));
   std::array<char, 65536> block{};
   for (;;) {
     const ssize_t got = read(file.get(), block.data(), block.size());

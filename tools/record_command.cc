@@ -56,7 +56,7 @@ void TakeNeighbors(const voltaris::Row& row, std::vector<recording::Neighbor>& o
     out.push_back({told.device, std::string(told.label),
                    std::string(data, told.data.empty() ? 0 : told.data.size()), told.flag});
   }
-  std::ranges::sort(out);
+  std::sort(out.begin(), out.end());
 }
 
 void TakeRecurrence(const voltaris::Row& row, std::optional<recording::Recurrence>& out) {
