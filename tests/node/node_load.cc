@@ -237,7 +237,7 @@ void MeasureMemory(int devices) {
 void Run(std::size_t scale) {
   PduImage one = Question();
   one.elements.push_back(Element(9, 1, Text("lamp-7")));
-  MeasureRate("one of 100 devices, by its name", 100, one, 2000 * scale);
+  MeasureRate("one of 100 devices, while the others refuse", 100, one, 2000 * scale);
   MeasureRate("all of 1000 devices", 1000, Question(), 100 * scale);
   MeasureMemory(10'000);
   MeasureMemory(100'000);
