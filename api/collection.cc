@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <span>
 #include <utility>
@@ -33,17 +34,20 @@ using transport::FramePart;
 
 constexpr const char kStep[] = "voltaris_stepCollection";
 
-constexpr std::array<const char*, VT_COLLECTION_CANCELLED + 1> kOutcomes = {"pending",
-                                                                            "complete",
-                                                                            "connection refused",
-                                                                            "unreachable",
-                                                                            "no connection in time",
-                                                                            "query not sent",
-                                                                            "no message in time",
-                                                                            "not complete in time",
-                                                                            "read error",
-                                                                            "message too long",
-                                                                            "cancelled"};
+// No pointers, which would have to be set right whenever the library is loaded.
+constexpr std::size_t kLongestOutcome = 21;
+constexpr char kOutcomes[][kLongestOutcome + 1] = {"pending",
+                                                   "complete",
+                                                   "connection refused",
+                                                   "unreachable",
+                                                   "no connection in time",
+                                                   "query not sent",
+                                                   "no message in time",
+                                                   "not complete in time",
+                                                   "read error",
+                                                   "message too long",
+                                                   "cancelled"};
+static_assert(std::size(kOutcomes) == VT_COLLECTION_CANCELLED + 1);
 
 Milliseconds After(Milliseconds now, std::int32_t limit) {
   return limit < 0 ? kNever : now + limit;
@@ -307,7 +311,7 @@ const CollectionCounters* voltaris_getCollectionCounters(const ReplyCollection* 
 
 const char* voltaris_nameOutcome(std::int32_t outcome) {
   const auto index = static_cast<std::size_t>(outcome);
-  return index < vt::api::kOutcomes.size() ? vt::api::kOutcomes[index] : nullptr;
+  return index < std::size(vt::api::kOutcomes) ? vt::api::kOutcomes[index] : nullptr;
 }
 
 ResultSet* voltaris_takeCollectionResult(ReplyCollection* collection) {

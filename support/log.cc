@@ -21,8 +21,8 @@ constinit std::atomic<log_callback> callback = nullptr;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 constexpr std::size_t kCallbackTextSize = 512;
-constexpr std::array<const char*, 6> kLevelWords = {"TRACE", "DEBUG", "INFO",
-                                                    "WARN",  "ERROR", "FATAL"};
+// No pointers, which would have to be set right whenever the library is loaded.
+constexpr char kLevelWords[][sizeof "TRACE"] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
 
 // Callers report failed system calls around their log lines, so a line must not disturb errno.
 class ErrnoKeeper {
