@@ -71,28 +71,26 @@ int AddSumElement(Query& query, std::int32_t attribute, std::uint32_t type) {
   return 0;
 }
 
-// Placeholder is the value of an attribute to be read: zeros, which receivers ignore. It has room
-// for the host record of every type, which may be larger than the length of the 32-bit layout.
-union Placeholder {
-  std::array<std::uint8_t, sizeof(neighbor)> zeros;  // cppcheck-suppress unusedStructMember
-  recurrence empty_recurrence;
-};
+// The value of an attribute to be read is zeros, which receivers ignore. There are as many as the
+// host record of every type has bytes, which may be more than the length of the 32-bit layout.
+constexpr neighbor kZeros{};
 static_assert(sizeof(neighbor) >= sizeof(delta_vector) && sizeof(neighbor) >= sizeof(sender_id));
 
 int AddPlaceholder(Query& query, std::int32_t attribute, std::uint32_t type) {
-  char empty_text[] = "";  // cppcheck-suppress variableScope; the placeholder points to it
-  Placeholder placeholder{};
+  char empty_text[] = "";  // cppcheck-suppress variableScope; the recurrence points to it
+  const recurrence empty_recurrence{empty_text, 0, 0, 0};
+  const void* placeholder = &kZeros;
   std::uint32_t length = vtn_getTypeLength(type);
   if (type == VT_TLV_RECURRENCE) {
-    placeholder.empty_recurrence = {empty_text, 0, 0, 0};
-    length = vt_get_recurrence_size(&placeholder.empty_recurrence);
+    placeholder = &empty_recurrence;
+    length = vt_get_recurrence_size(&empty_recurrence);
   }
   if (!FitsQuery(length + BaseEstimate(query) + VT_TLV_HEADER_SIZE)) {
     return LogFull(kGet, attribute);
   }
   VT_LOG_AS(kDebug, kGet, "adding type of length %d", length);
   const int status = cv_add_tlv_common(query.event, type, length + VT_TLV_HEADER_SIZE,
-                                       length != 0 ? &placeholder : nullptr, 0);
+                                       length != 0 ? placeholder : nullptr, 0);
   return status == 0 ? 0 : -1;
 }
 

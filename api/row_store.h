@@ -93,7 +93,8 @@ class RowStore {
                                      std::uint32_t entity_index);
   [[nodiscard]] RowNode* NewRow(const ResultSet& result, std::uint32_t entity_index);
   [[nodiscard]] RowDevice* FindDevice(ResultSet& result, aggregated_value* key);
-  [[nodiscard]] bool IndexRows(RowDevice& device);
+  // Once for a device with many rows: no part of who looks for a row.
+  [[nodiscard, gnu::cold]] bool IndexRows(RowDevice& device);
 
   NodePool pool_;
   DeviceTable known_;

@@ -1,7 +1,5 @@
 #include "vtapi/catalogue.h"
 
-#include <algorithm>
-
 #include "vtapi/enumerations.h"
 
 #include "codec/type_table.h"
@@ -9,7 +7,6 @@
 
 using vt::codec::kNoAttribute;
 using vt::codec::kUnknownLength;
-using vt::codec::TypeRow;
 using vt::codec::TypeRows;
 
 extern "C" {
@@ -30,11 +27,7 @@ int cv_is_combo_tlv(std::uint32_t type) {
 }
 
 std::int32_t vt_get_tlv_enum_type(std::int32_t attribute) {
-  if (attribute == kNoAttribute) return -1;
-  const auto rows = TypeRows();
-  const auto has_it = [attribute](const TypeRow& row) { return row.attribute == attribute; };
-  const auto row = std::find_if(rows.begin(), rows.end(), has_it);
-  return row != rows.end() ? static_cast<std::int32_t>(row->number) : -1;
+  return vt::codec::TypeOfAttribute(attribute);
 }
 
 std::int32_t vt_get_external_tlv_enum_type(std::uint32_t type) {

@@ -81,7 +81,7 @@ struct Record {
   // Read sets the fields in order up to the first that fails, after which nothing is owned. The
   // record counts as uninitialised memory before.
   template <class Memory>
-  static Status Read(Reader& in, Memory& memory, T& record) {
+  [[gnu::noinline]] static Status Read(Reader& in, Memory& memory, T& record) {
     (Fields::Forget(record), ...);
     Status status;  // set by the first field
     (void)(((status = Fields::Read(in, memory, record)) == Status::kOk) && ...);
@@ -89,14 +89,14 @@ struct Record {
     return status;
   }
 
-  static void Write(Writer& out, const T& record, NullText null_text) {
+  [[gnu::noinline]] static void Write(Writer& out, const T& record, NullText null_text) {
     (Fields::Write(out, record, null_text), ...);
   }
 
   static constexpr std::uint32_t Size(const T& record) { return (Fields::Size(record) + ...); }
 
   // Clone makes to a copy; fields that do not travel, and on failure all, are zero.
-  static Status Clone(const T& from, T& to) {
+  [[gnu::noinline]] static Status Clone(const T& from, T& to) {
     std::memset(&to, 0, sizeof to);
     Status status = Status::kOk;
     (CloneUnlessFailed<Fields>(from, to, status), ...);

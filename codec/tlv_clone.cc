@@ -1,6 +1,7 @@
 // Deep copies of element values.
 #include "vtapi/tlv.h"
 
+#include "codec/records.h"
 #include "codec/tlv_memory.h"
 #include "codec/type_table.h"
 
@@ -13,20 +14,11 @@ bool IsEmptyBlock(const ValueKind& kind, std::uint32_t len) {
   return len == 0 && kind.null_plain == ValueKind::NullPlain::kZeros;
 }
 
-// CloneWith copies a value that is not null.
-Status CloneWith(const ValueKind& kind, const void* from, std::uint32_t len, void*& to) {
-  if (kind.clone != nullptr) return kind.clone(from, to);
-  to = NewBlock(kind.copy_size(from, len));
-  if (to == nullptr) return Status::kNoMemory;
-  kind.copy(to, from, len);
-  return Status::kOk;
-}
-
 // CloneEntryValue copies the value of an entry. One that is null, or of an unknown type, stays
 // null, and an empty block becomes null, as it would be when decoded.
 Status CloneEntryValue(const ValueKind* kind, const void* from, std::uint32_t len, void*& to) {
   if (kind == nullptr || from == nullptr || IsEmptyBlock(*kind, len)) return Status::kOk;
-  return CloneWith(*kind, from, len, to);
+  return kind->Clone(from, len, to);
 }
 
 Status ClonePlainEntry(const ValueKind* kind, const plain_entry& from, plain_entry& to) {
@@ -96,7 +88,7 @@ Status CloneValue(std::uint32_t type, std::uint32_t value_len, const void* value
   }
   const ValueKind* kind = KindOf(type);
   if (kind == nullptr || !kind->has_value) return Status::kOk;
-  return value != nullptr ? CloneWith(*kind, value, value_len, to) : Status::kNullSource;
+  return value != nullptr ? kind->Clone(value, value_len, to) : Status::kNullSource;
 }
 
 // CopiedWhole is the kind of a value whose copy is one block, or null.
@@ -105,7 +97,7 @@ const ValueKind* CopiedWhole(std::uint32_t type, std::uint32_t value_len, const 
     return nullptr;
   }
   const ValueKind* kind = KindOf(type);
-  return kind != nullptr && kind->copy != nullptr ? kind : nullptr;
+  return kind != nullptr && kind->is_one_piece() ? kind : nullptr;
 }
 
 }  // namespace
@@ -115,12 +107,12 @@ Status NewTlv(std::uint32_t type, std::uint32_t length, std::uint32_t qualifier,
   const std::uint32_t value_len = length - VT_TLV_HEADER_SIZE;
   const ValueKind* whole = CopiedWhole(type, value_len, value);
   CompactTlv* made = NewCompactTlv(type, length, qualifier,
-                                   whole != nullptr ? whole->copy_size(value, value_len) : 0);
+                                   whole != nullptr ? whole->CopySize(value, value_len) : 0);
   if (made == nullptr) return Status::kNoMemory;
   out.reset(&made->tlv);
   if (whole != nullptr) {
     made->tlv.value = made + 1;
-    whole->copy(made->tlv.value, value, value_len);
+    whole->Copy(made->tlv.value, value, value_len);
     return Status::kOk;
   }
   return value_len != 0 ? CloneValue(type, value_len, value, made->tlv.value) : Status::kOk;

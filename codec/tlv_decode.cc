@@ -51,7 +51,7 @@ Element ReadPlainElement(Reader& in, const ElementHeader& header, const ValueKin
   if (made == nullptr) return nullptr;
   Arena arena(made.get() + 1, static_cast<std::size_t>(room));
   HostValue value;
-  if (kind.decode(in, arena, value) != Status::kOk) return nullptr;
+  if (kind.Decode(in, arena, value) != Status::kOk) return nullptr;
   Tlv& tlv = made->tlv;
   tlv.value = value.data;
   // A text counts its terminator in memory. All other plain values fill their element, or are
@@ -104,8 +104,7 @@ Element ReadAggregatedElement(Reader& in, const ElementHeader& header, const Val
   (void)in.Skip(sizeof counts.entries);
   Status status = Status::kOk;
   if (counts.entries != 0) {
-    const auto read = combo ? kind.read_combo_entries : kind.read_plain_entries;
-    status = read(in, arena, counts.entries, *aggregate);
+    status = kind.ReadEntries(in, arena, combo, counts.entries, *aggregate);
   }
   return status == Status::kOk ? std::move(made) : nullptr;
 }

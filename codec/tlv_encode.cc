@@ -2,23 +2,13 @@
 // the bytes written are always the size.
 #include "vtapi/tlv.h"
 
+#include "codec/records.h"
 #include "codec/tlv_size.h"
 #include "codec/type_table.h"
 
 namespace vt::codec {
 
 namespace {
-
-// PlainLength is the length of a plain value as its element states it; it counts for opaque ones.
-std::uint32_t PlainLength(const Tlv& tlv) {
-  return tlv.length > VT_TLV_HEADER_SIZE ? tlv.length - VT_TLV_HEADER_SIZE : 0;
-}
-
-// TravelsWithoutValue tells whether a plain element is its header and nothing else.
-bool TravelsWithoutValue(const Tlv& tlv, const ValueKind* kind) {
-  if (kind == nullptr) return true;
-  return tlv.value == nullptr && kind->null_plain == ValueKind::NullPlain::kNothing;
-}
 
 template <class T>
 const T& RecordAt(const void* at) {
@@ -41,20 +31,18 @@ void WriteEntry(Writer& out, std::uint32_t type, const ValueKind& kind, const vo
     const auto& combo = RecordAt<combo_entry>(entry);
     out.Write(combo.tag);
     UsageHeaderWire::Write(out, combo.usage, NullText::kEmpty);
-    kind.encode(out, Place::kAggregated, combo.data, 0);
+    kind.Encode(out, Place::kAggregated, combo.data, 0);
     return;
   }
   const auto& plain = RecordAt<plain_entry>(entry);
   out.Write(plain.tag);
-  kind.encode(out, Place::kAggregated, plain.data, plain.data_len);
+  kind.Encode(out, Place::kAggregated, plain.data, plain.data_len);
 }
 
-// NoEntryValue stands in for the kind of an unknown number: entries of their tag alone.
-constexpr ValueKind kNoEntryValue = MakeKind<NoValueKind>();
-
+// EntryKind gives entries of an unknown number no value: they are their tag alone.
 const ValueKind& EntryKind(std::uint32_t type) {
   const ValueKind* kind = KindOf(type);
-  return kind != nullptr ? *kind : kNoEntryValue;
+  return kind != nullptr ? *kind : KindNamed(KindName::kNoValue);
 }
 
 // ForEachEntry visits the entries that are there; an empty slot does not travel.
@@ -102,7 +90,7 @@ void WriteValue(Writer& out, const Tlv& tlv) {
   }
   const ValueKind* kind = KindOf(tlv.type);
   if (TravelsWithoutValue(tlv, kind)) return;
-  kind->encode(out, Place::kPlain, tlv.value, PlainLength(tlv));
+  kind->Encode(out, Place::kPlain, tlv.value, PlainLength(tlv));
 }
 
 }  // namespace
@@ -118,12 +106,12 @@ std::uint32_t vt_get_tlv_size(const Tlv* tlv) {
 std::uint32_t cv_update_raw_buf_from_tlv(const Tlv* tlv, std::uint8_t* dst) {
   if (tlv == nullptr) return 0;
   const std::uint32_t size = vt::codec::TlvSize(*tlv);
-  vt::codec::Writer out(dst, size);
-  out.Write(tlv->type);
-  out.Write(size);
-  out.Write(tlv->qualifier);
+  vt::support::StoreNetwork(dst, tlv->type);
+  vt::support::StoreNetwork(dst + sizeof tlv->type, size);
+  vt::support::StoreNetwork(dst + sizeof tlv->type + sizeof size, tlv->qualifier);
+  vt::codec::Writer out(dst + VT_TLV_HEADER_SIZE, size - VT_TLV_HEADER_SIZE);
   vt::codec::WriteValue(out, *tlv);
-  return static_cast<std::uint32_t>(out.written());
+  return VT_TLV_HEADER_SIZE + static_cast<std::uint32_t>(out.written());
 }
 
 }  // extern "C"

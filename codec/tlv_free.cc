@@ -1,4 +1,5 @@
 // The release of elements with all they own.
+#include "codec/records.h"
 #include "codec/tlv_memory.h"
 #include "codec/type_table.h"
 
@@ -9,7 +10,7 @@ namespace {
 // ReleaseValue releases a value by its type; that of an unknown type is a plain block.
 void ReleaseValue(const Extent& own, const ValueKind* kind, void* value) {
   if (value == nullptr) return;
-  kind != nullptr ? kind->release(own, value) : own.Release(value);
+  kind != nullptr ? kind->Release(own, value) : own.Release(value);
 }
 
 void ReleaseCombo(const Extent& own, const ValueKind* kind, combo_entry* entry) {

@@ -12,9 +12,11 @@
 #ifndef VT_CODEC_WIRE_H
 #define VT_CODEC_WIRE_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 #include "vtapi/values.h"
 
@@ -122,19 +124,34 @@ struct Identity : NothingOwned {
   }
 };
 
+// ReadIntegers fills values, or as many of the first as there are, and tells whether these are all.
+// It and WriteIntegers are no part of who calls them, or the loops would be unrolled in each.
+template <std::integral T>
+[[gnu::noinline]] bool ReadIntegers(Reader& in, std::span<T> values) {
+  const std::size_t whole = std::min(values.size(), in.remaining() / sizeof(T));
+  Bytes bytes;
+  (void)in.Take(whole * sizeof(T), bytes);
+  for (std::size_t i = 0; i < whole; ++i) {
+    values[i] = support::LoadNetwork<T>(bytes.data() + i * sizeof(T));
+  }
+  return whole == values.size();
+}
+
+template <std::integral T>
+[[gnu::noinline]] void WriteIntegers(Writer& out, std::span<const T> values) {
+  for (const T value : values) out.Write(value);
+}
+
 // IntegerArray is N integers; a short one leaves the whole elements before the end set.
 template <std::integral T, std::size_t N>
 struct IntegerArray : NothingOwned {
   using Host = T[N];
   template <class Memory>
   static Status Read(Reader& in, Memory& /*memory*/, Host& out) {
-    for (T& element : out) {
-      if (!in.Read(element)) return Status::kShortInput;
-    }
-    return Status::kOk;
+    return ReadIntegers(in, std::span<T>(out)) ? Status::kOk : Status::kShortInput;
   }
   static void Write(Writer& out, const Host& value, NullText /*unused*/) {
-    for (const T element : value) out.Write(element);
+    WriteIntegers(out, std::span<const T>(value));
   }
   static constexpr std::uint32_t Size(const Host& /*value*/) { return sizeof(Host); }
   static Status Clone(const Host& from, Host& to) {

@@ -1,10 +1,24 @@
 // An outgoing Event made ready for the wire, and its elements put there.
-#include "vtapi/event.h"
+#include "protocol/event_encode.h"
 
 #include "protocol/tlv_list.h"
 #include "protocol/wire_layout.h"
 #include "support/assert.h"
 #include "support/heap.h"
+
+namespace vt::protocol {
+
+void PackElements(Event& ev, std::uint32_t size) {
+  // Asserted before the first byte is written: the image may be smaller than the elements when
+  // their sum does not fit its counter.
+  if (ev.pak->tlv_bytes != size) {
+    support::AssertionFailed("!dlen", kUnit, __LINE__, "cv_pack_tlvs");
+  }
+  std::uint8_t* cursor = ev.raw_hdr + VT_MESSAGE_HEADER_SIZE;
+  for (const Tlv* tlv : Slots(ev)) cursor += cv_update_raw_buf_from_tlv(tlv, cursor);
+}
+
+}  // namespace vt::protocol
 
 extern "C" {
 
@@ -26,12 +40,7 @@ int cv_pack_event(Event* ev, std::uint32_t* out_tlv_bytes) {
 }
 
 int cv_pack_tlvs(Event* ev) {
-  // Asserted before the first byte is written: the image may be smaller than the elements when
-  // their sum does not fit its counter.
-  const std::uint32_t dlen = ev->pak->tlv_bytes - vt_get_total_tlvs_data_size(ev);
-  VT_ASSERT(dlen == 0, "!dlen", vt::protocol::kUnit);
-  std::uint8_t* cursor = ev->raw_hdr + VT_MESSAGE_HEADER_SIZE;
-  for (const Tlv* tlv : vt::protocol::Slots(*ev)) cursor += cv_update_raw_buf_from_tlv(tlv, cursor);
+  vt::protocol::PackElements(*ev, vt_get_total_tlvs_data_size(ev));
   return 0;
 }
 

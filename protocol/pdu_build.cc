@@ -5,6 +5,7 @@
 #include "vtapi/enumerations.h"
 #include "vtapi/event.h"
 
+#include "protocol/event_encode.h"
 #include "protocol/wire_layout.h"
 #include "support/heap.h"
 #include "support/log.h"
@@ -64,7 +65,7 @@ int vtn_createPdu(Event* ev, std::uint32_t pri, std::uint32_t shipment, std::uin
   cv_corvane_secure_host_to_nw(ev->sec, ev->raw);
   ev->raw_hdr = ev->raw + kMessageHeaderOffset;
   cv_corvane_event_host_to_nw(ev->pak, ev->raw_hdr);
-  cv_pack_tlvs(ev);
+  PackElements(*ev, tlv_bytes);
   hmac_sha_msg(key, ev->raw_hdr, (raw_len - kMessageHeaderOffset) & 0xFFFFU,
                ev->raw + kDigestOffset);
   return 0;

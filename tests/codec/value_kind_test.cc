@@ -46,7 +46,7 @@ TEST(ValueKind, WithoutRoomForAPlainValueReportsThatAndWritesNothingBeyond) {
     most = std::max(most, LeastRoom(Bytes(wire.begin() + VT_TLV_HEADER_SIZE, wire.end()),
                                     [&](Reader& in, Arena& arena) {
                                       vt::codec::HostValue value;
-                                      return KindOf(v.type)->decode(in, arena, value);
+                                      return KindOf(v.type)->Decode(in, arena, value);
                                     }));
   }
   EXPECT_GE(most, sizeof(neighbor));
@@ -75,10 +75,9 @@ TEST(ValueKind, WithoutRoomForItsEntriesReportsThatAndWritesNothingBeyond) {
     const Bytes entries(wire.end() - static_cast<std::ptrdiff_t>(in.remaining()), wire.end());
     most = std::max(most, LeastRoom(entries, [&](Reader& from, Arena& arena) {
                       const vt::codec::ValueKind& kind = *KindOf(v.type);
-                      const auto read = cv_is_combo_tlv(v.type) != 0 ? kind.read_combo_entries
-                                                                     : kind.read_plain_entries;
                       aggregated_value aggregate{};
-                      return read(from, arena, count, aggregate);
+                      return kind.ReadEntries(from, arena, cv_is_combo_tlv(v.type) != 0, count,
+                                              aggregate);
                     }));
   }
   EXPECT_GE(most, sizeof(combo_entry));
