@@ -51,7 +51,9 @@ class Search {
 
  private:
   bool IsIn(std::string_view text) const {
-    return std::ranges::search(text, text_, {}, Small).begin() != text.end();
+    return std::search(text.begin(), text.end(), text_.begin(), text_.end(),
+                       [](char there, char wanted) { return Small(there) == wanted; }) !=
+           text.end();
   }
 
   const Fleet& fleet_;

@@ -164,7 +164,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::C
     response_ = std::move(response);
     out_head_ = HeadOf(response_);
     std::vector<asio::const_buffer> buffers = {asio::buffer(out_head_)};
-    if (!is_head_) buffers.push_back(asio::buffer(response_.body));
+    if (!is_head_) buffers.emplace_back(response_.body.data(), response_.body.size());
     asio::async_write(
         socket_, buffers,
         [self = shared_from_this()](const asio::error_code&, std::size_t) { self->Finish(); });
