@@ -45,7 +45,7 @@ class HttpServer {
   // after the end of the server, do nothing.
   using Reply = std::function<void(HttpResponse)>;
   // Handler is called on the thread of the loop, and may answer later. HttpError is answered, too.
-  using Handler = std::function<void(const HttpRequest&, Reply)>;
+  using Handler = std::function<void(const HttpRequest&, const Reply&)>;
 
   // HttpServer listens, and serves while io runs. It throws std::system_error when it cannot
   // listen.

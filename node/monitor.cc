@@ -55,9 +55,10 @@ Monitor::Monitor(asio::io_context& io, const sockaddr_in& address, HttpHosts hos
       look_(std::move(look)),
       patience_(patience),
       next_measure_(io),
-      http_(io, address, hosts, {}, [this](const HttpRequest& request, HttpServer::Reply reply) {
-        Handle(request, reply);
-      }) {
+      http_(io, address, hosts, {},
+            [this](const HttpRequest& request, const HttpServer::Reply& reply) {
+              Handle(request, reply);
+            }) {
   // Nothing answers yet, and the first who asks is to see the fleet.
   const Steady::time_point start = Steady::now();
   FleetTotals totals = TotalsNow();
@@ -117,7 +118,7 @@ void Monitor::AnswerStatus(const HttpRequest& request, const HttpServer::Reply& 
   status.history = history_.points();
   status.queries = traffic_.queries();
   status.bad_peers = traffic_.bad_peers();
-  server_.Post([this, reply, status = std::move(status)]() mutable {
+  server_.Post([this, reply = reply, status = std::move(status)]() mutable {
     look_([&](const Fleet& fleet, Instant now) {
       status.page = survey_.Select(fleet, now, status.request);
     });
