@@ -82,8 +82,9 @@ tcp::acceptor Listen(asio::io_context& io, const sockaddr_in& address) {
 
 }  // namespace
 
-// Connection reads a head, has it answered, sends the response and closes. It lives for as long as
-// an operation or a reply holds it; once closed it does not use the server, which may be gone.
+// Connection reads a head, has it answered, sends the response and closes. It lives until it is
+// closed, and for as long as an operation holds it; once closed it does not use the server, which
+// may be gone. Replies do not hold it, for they may outlive the loop.
 class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::Connection> {
  public:
   Connection(HttpServer& server, tcp::socket socket)
@@ -102,7 +103,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::C
     asio::error_code ignored;
     socket_.close(ignored);
     deadline_.cancel();
-    server_.Closed(*this);
+    server_.Closed(shared_from_this());
   }
 
  private:
@@ -148,8 +149,8 @@ class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::C
       if (server_.hosts_ == HttpHosts::kLoopback && !IsLoopbackName(request.host)) {
         throw HttpError(421, "this host goes by localhost and its addresses here");
       }
-      server_.handler_(request, [self = shared_from_this()](HttpResponse response) {
-        self->Send(std::move(response));
+      server_.handler_(request, [weak = weak_from_this()](HttpResponse response) {
+        if (const Self self = weak.lock()) self->Send(std::move(response));
       });
     } catch (const HttpError& error) {
       Send(ErrorResponse(error));
@@ -220,7 +221,7 @@ void HttpServer::Stop() {
   asio::error_code ignored;
   acceptor_.close(ignored);
   retry_.cancel();
-  for (Connection* connection : std::exchange(connections_, {})) connection->Close();
+  for (const auto& connection : std::exchange(connections_, {})) connection->Close();
 }
 
 void HttpServer::Accept() {
@@ -241,14 +242,14 @@ void HttpServer::Accept() {
     }
     is_accepting_ = false;
     const auto connection = std::make_shared<Connection>(*this, std::move(socket));
-    connections_.insert(connection.get());
+    connections_.insert(connection);
     connection->Start();
     Accept();
   });
 }
 
-void HttpServer::Closed(Connection& connection) {
-  connections_.erase(&connection);
+void HttpServer::Closed(const std::shared_ptr<Connection>& connection) {
+  connections_.erase(connection);
   Accept();
 }
 

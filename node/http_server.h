@@ -13,8 +13,8 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -65,7 +65,7 @@ class HttpServer {
   class Connection;
 
   void Accept();
-  void Closed(Connection& connection);
+  void Closed(const std::shared_ptr<Connection>& connection);
 
   asio::io_context& io_;
   asio::ip::tcp::acceptor acceptor_;
@@ -73,7 +73,7 @@ class HttpServer {
   const HttpHosts hosts_;
   const HttpLimits limits_;
   const Handler handler_;
-  std::unordered_set<Connection*> connections_;
+  std::set<std::shared_ptr<Connection>> connections_;
   bool is_accepting_ = false;
 };
 

@@ -12,7 +12,6 @@
 #include <future>
 #include <map>
 #include <memory>
-#include <optional>
 #include <thread>
 
 #include "node/http_request.h"
@@ -268,11 +267,11 @@ TEST(HttpServer, AnAnswerThatDoesNotComeIsCutOff) {
 }
 
 TEST(HttpServer, AnAnswerMayComeLaterAndOnlyOnce) {
-  std::optional<asio::steady_timer> timer;
   WebServer* self = nullptr;
   WebServer server([&](const HttpRequest&, const auto& reply) {
-    timer.emplace(self->io(), std::chrono::milliseconds(1));
-    timer->async_wait([reply](const asio::error_code&) {
+    const auto timer =
+        std::make_shared<asio::steady_timer>(self->io(), std::chrono::milliseconds(1));
+    timer->async_wait([reply, timer](const asio::error_code&) {
       reply({200, "text/plain", "first", {}});
       reply({200, "text/plain", "second", {}});
     });
