@@ -73,6 +73,11 @@ std::uint32_t AttributeBit(std::uint32_t type) {
   return number >= 0 && number < bits ? std::uint32_t{1} << number : 0;
 }
 
+bool HasPower(const Model& model) {
+  constexpr std::uint32_t needed = BitOf(VT_ATTRIBUTE_USAGE) | BitOf(VT_ATTRIBUTE_UNITS);
+  return (model.attributes & needed) == needed;
+}
+
 std::uint32_t Fleet::AddModel(Model model) {
   models_.push_back(std::move(model));
   return static_cast<std::uint32_t>(models_.size() - 1);

@@ -96,6 +96,10 @@ struct Model {
   std::optional<std::uint16_t> neighbor_count;  // unless it is that of neighbors
 };
 
+// HasPower tells whether the entities of a model tell a usage and its units. A usage without units
+// is no power that could be added to others.
+bool HasPower(const Model& model);
+
 // Changes is what sets ask for, and what they have changed of an entity.
 struct Changes {
   std::optional<std::uint8_t> level;

@@ -24,10 +24,6 @@ PowerCategory CategoryOf(const Model& model) {
   }
 }
 
-bool HasUsage(const Model& model) {
-  return (model.attributes & AttributeBit(CV_CORVANE_TLV_TYPE_USAGE)) != 0;
-}
-
 char Small(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
@@ -74,7 +70,7 @@ EntityRow RowOf(const Fleet& fleet, const FactorsAt& factors, std::uint32_t enti
   row.level = fleet.EntityAt(entity).level;
   row.importance = fleet.EntityAt(entity).importance;
   row.category = CategoryOf(model);
-  if (HasUsage(model)) {
+  if (HasPower(model)) {
     row.milliwatts = ToMilliwatts(factors.PowerOf(entity).usage, model.units);
   }
   return row;
@@ -118,10 +114,13 @@ FleetTotals FleetSurvey::Measure(const Fleet& fleet, Instant now) {
     }
     ++domain->entities;
     milliwatts_[i] = -1;
-    if (!HasUsage(model)) continue;
+    if (!HasPower(model)) continue;
     milliwatts_[i] = ToMilliwatts(factors.PowerOf(i).usage, model.units);
-    totals.milliwatts[static_cast<std::size_t>(CategoryOf(model))] += milliwatts_[i];
-    if (CategoryOf(model) == PowerCategory::kConsumer) domain->milliwatts += milliwatts_[i];
+    std::int64_t& total = totals.milliwatts[static_cast<std::size_t>(CategoryOf(model))];
+    total = AddMilliwatts(total, milliwatts_[i]);
+    if (CategoryOf(model) == PowerCategory::kConsumer) {
+      domain->milliwatts = AddMilliwatts(domain->milliwatts, milliwatts_[i]);
+    }
   }
   totals.domain_count = domains.size();
   for (auto& [name, found] : domains) {

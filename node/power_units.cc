@@ -41,6 +41,10 @@ std::int64_t ToMilliwatts(std::int64_t value, std::int8_t units) {
   return value;
 }
 
+std::int64_t AddMilliwatts(std::int64_t a, std::int64_t b) {
+  return std::clamp(a + b, -kMostMilliwatts, kMostMilliwatts);
+}
+
 std::int64_t ChangeInUnits(std::int64_t milliwatts, std::int8_t units) {
   if (milliwatts >= 0) return Rounded(milliwatts, units);
   // The least number of all has no positive counterpart.

@@ -16,6 +16,10 @@ inline constexpr std::int8_t kCoarsestUnits = 6;  // megawatt, of what a configu
 // nearest milliwatt, and what is beyond 2 x 10^18 mW to either side stays there.
 std::int64_t ToMilliwatts(std::int64_t value, std::int8_t units);
 
+// AddMilliwatts adds two powers, each of which is at most what ToMilliwatts gives or such a sum;
+// what is beyond stays there, too.
+std::int64_t AddMilliwatts(std::int64_t a, std::int64_t b);
+
 // PowerInUnits is usage x 10^units watts.
 struct PowerInUnits {
   std::uint16_t usage = 0;

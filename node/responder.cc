@@ -203,13 +203,6 @@ DeviceHeader Responder::HeaderOf(std::uint32_t entity) const {
   return {std::string_view(id.data(), id.size()), fleet_.AddressOf(entity)};
 }
 
-// A usage without units is no power that could be added to others.
-bool Responder::HasUsage(std::uint32_t entity) const {
-  const std::uint32_t needed =
-      AttributeBit(CV_CORVANE_TLV_TYPE_USAGE) | AttributeBit(CV_CORVANE_TLV_TYPE_UNITS);
-  return (fleet_.AttributesOf(entity) & needed) == needed;
-}
-
 void Responder::Collect(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
                         ReplyDesk& desk) const {
   Teller teller(query, fleet_, clocks_.wall());
@@ -338,7 +331,7 @@ void Responder::Sum(const ReceivedQuery& query, Selection& selection, Strikes& s
       const std::uint32_t number = fleet_.EntityAt(entity).number;
       if (!Answers(fault)) {
         Excuse(*fault, header, number, replies);
-      } else if (!HasUsage(entity)) {
+      } else if (!HasPower(fleet_.ModelOf(entity))) {
         replies.Refuse(header, number);
       } else {
         replies.Accept(header, number);

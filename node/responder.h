@@ -80,7 +80,6 @@ class Responder {
   class Selection;
 
   DeviceHeader HeaderOf(std::uint32_t entity) const;
-  bool HasUsage(std::uint32_t entity) const;
   void Collect(const ReceivedQuery& query, Selection& selection, Strikes& strikes,
                ReplyDesk& desk) const;
   void Set(const ReceivedQuery& query, Selection& selection, Strikes& strikes, ReplyDesk& desk);

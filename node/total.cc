@@ -9,21 +9,11 @@
 #include "node/power_units.h"
 
 namespace vt::node {
-namespace {
-
-// A sum of a million entities of 65535 MW each would not fit: it stays at what does.
-constexpr std::int64_t kMostMilliwatts = std::numeric_limits<std::int64_t>::max() / 4;
-
-std::int64_t Sum(std::int64_t a, std::int64_t b) {
-  return std::clamp(a + b, -kMostMilliwatts, kMostMilliwatts);
-}
-
-}  // namespace
 
 void Total::Add(const Model& model, const Fleet::Entity& entity, const Power& power) {
-  usage_ = Sum(usage_, ToMilliwatts(power.usage, model.units));
+  usage_ = AddMilliwatts(usage_, ToMilliwatts(power.usage, model.units));
   for (std::size_t i = 0; i < kLevels; ++i) {
-    delta_[i] = Sum(delta_[i], ToMilliwatts(power.delta_vector[i], model.units));
+    delta_[i] = AddMilliwatts(delta_[i], ToMilliwatts(power.delta_vector[i], model.units));
   }
   level_ = std::max(level_, entity.level);
   importance_ = std::max(importance_, entity.importance);

@@ -8,6 +8,7 @@
 namespace vt::testing {
 namespace {
 
+using node::AddMilliwatts;
 using node::ChangeInUnits;
 using node::CommonUnits;
 using node::FitPower;
@@ -78,6 +79,26 @@ TEST(PowerUnits, UnitsBeyondAllNumbersGiveNothing) {
   EXPECT_EQ(UsageInUnits(kGreatest, 15), 9);
   EXPECT_EQ(UsageInUnits(kGreatest, 16), 0);
   EXPECT_EQ(UsageInUnits(kGreatest, 127), 0);
+}
+
+TEST(PowerUnits, AnyUnitsBecomeMilliwatts) {
+  EXPECT_EQ(ToMilliwatts(17, -1), 1700);
+  EXPECT_EQ(ToMilliwatts(15, -4), 2);
+  EXPECT_EQ(ToMilliwatts(-15, -4), -2);
+  EXPECT_EQ(ToMilliwatts(14, -4), 1);
+  EXPECT_EQ(ToMilliwatts(65535, -128), 0);
+  EXPECT_EQ(ToMilliwatts(0, 127), 0);
+  EXPECT_EQ(ToMilliwatts(65535, 6), 65'535'000'000'000);
+  EXPECT_EQ(ToMilliwatts(1, 127), ToMilliwatts(65535, 100)) << "more than there is";
+  EXPECT_EQ(ToMilliwatts(-1, 127), -ToMilliwatts(1, 127));
+}
+
+TEST(PowerUnits, SumsStayAtTheGreatestPower) {
+  const std::int64_t most = ToMilliwatts(65535, 127);
+  EXPECT_EQ(AddMilliwatts(1, 2), 3);
+  EXPECT_EQ(AddMilliwatts(most, most), AddMilliwatts(AddMilliwatts(most, most), most));
+  EXPECT_GE(AddMilliwatts(most, most), most);
+  EXPECT_EQ(AddMilliwatts(-most, -most), -AddMilliwatts(most, most));
 }
 
 TEST(PowerUnits, CommonUnitsHoldTheGreatestOfAll) {

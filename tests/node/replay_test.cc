@@ -5,6 +5,7 @@
 #include <string>
 
 #include "node/fleet_file.h"
+#include "node/fleet_survey.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
@@ -218,6 +219,21 @@ TEST(Replay, SumsSurviveUnitsThatNoDeviceMeans) {
     EXPECT_EQ(sum.accepted(), 1u) << units;
     EXPECT_EQ(sum.OfType(kCombinedDelta).size(), 1u) << units;
   }
+}
+
+TEST(Replay, TheSurveyOfTheFleetTakesThePowerThatIsKnown) {
+  const TempFolder folder;
+  std::string lines = "usage = 17 e-1";
+  for (int i = 2; i < 20; ++i) {
+    lines += "\nentity = \"" + DeviceId(i) + "\" 1\nusage = 65535 e127\ncategory = meter";
+  }
+  lines += "\nentity = \"" + DeviceId(20) + "\" 1\nusage = 65535";
+  const node::Fleet fleet = node::LoadReplay(folder.Write("recording", RecordingOf(lines)));
+  const node::FleetTotals totals = node::FleetSurvey().Measure(fleet, At(0));
+  EXPECT_EQ(totals.entities, 20u);
+  EXPECT_EQ(totals.milliwatts[static_cast<std::size_t>(node::PowerCategory::kConsumer)], 1700);
+  EXPECT_GT(totals.milliwatts[static_cast<std::size_t>(node::PowerCategory::kMeter)],
+            2'000'000'000'000'000'000);
 }
 
 TEST(Replay, WhatANodeCannotTellIsRefusedWithItsLine) {
