@@ -167,13 +167,13 @@ struct IntegerForm : RecordForm<Integer<T>, T> {
   }
 };
 
-// WithForm calls visit with the form of a kind.
+// WithForm calls visit with the form of a kind, as std::type_identity of it.
 template <class Visit>
 auto WithForm(KindName name, Visit visit) {
   switch (name) {
 #define VT_VISIT_FORM(kind, form) \
   case KindName::kind:            \
-    return visit.template operator()<form>();
+    return visit(std::type_identity<form>());
     VT_VALUE_KIND_LIST(VT_VISIT_FORM)
   }
   __builtin_unreachable();  // the table has no other names

@@ -34,11 +34,12 @@ consteval ValueKind MakeKind(KindName name) {
 constexpr ValueKind kValueKinds[] = {VT_VALUE_KIND_LIST(VT_KIND_ROW)};
 
 void ValueKind::Encode(Writer& out, Place place, const void* value, std::uint32_t len) const {
-  WithForm(name, [&]<class Form>() { Form::Encode(out, place, value, len); });
+  WithForm(name, [&](auto form) { decltype(form)::type::Encode(out, place, value, len); });
 }
 
 std::uint32_t ValueKind::VariableSize(Place place, const void* value, std::uint32_t len) const {
-  return WithForm(name, [&]<class Form>() {
+  return WithForm(name, [&](auto form) {
+    using Form = typename decltype(form)::type;
     std::uint32_t size = 0;
     if constexpr (MeasuresItself<Form>) size = Form::Size(place, value, len);
     return size;
@@ -52,7 +53,8 @@ Status ValueKind::Clone(const void* from, std::uint32_t len, void*& to) const {
     Copy(to, from, len);
     return Status::kOk;
   }
-  return WithForm(name, [&]<class Form>() {
+  return WithForm(name, [&](auto form) {
+    using Form = typename decltype(form)::type;
     Status status = Status::kOk;
     if constexpr (Form::kCopying == Copying::kByForm) status = Form::Clone(from, to);
     return status;
@@ -73,7 +75,7 @@ void ValueKind::Copy(void* to, const void* from, std::uint32_t len) const {
 }
 
 void ValueKind::Release(const Extent& own, void* value) const {
-  WithForm(name, [&]<class Form>() { Form::Release(own, value); });
+  WithForm(name, [&](auto form) { decltype(form)::type::Release(own, value); });
 }
 
 }  // namespace vt::codec

@@ -92,14 +92,16 @@ template <class Entry>
 }  // namespace
 
 Status ValueKind::Decode(Reader& in, Arena& arena, HostValue& out) const {
-  return WithForm(
-      name, [&]<class Form>() { return Form::Reading::Decode(in, arena, Place::kPlain, out); });
+  return WithForm(name, [&](auto form) {
+    return decltype(form)::type::Reading::Decode(in, arena, Place::kPlain, out);
+  });
 }
 
 Status ValueKind::ReadEntries(Reader& in, Arena& arena, bool combo, std::uint32_t count,
                               aggregated_value& aggregate) const {
   if (combo) return ReadOtherEntries<combo_entry>(*this, in, arena, count, aggregate);
-  return WithForm(name, [&]<class Form>() {
+  return WithForm(name, [&](auto form) {
+    using Form = typename decltype(form)::type;
     if constexpr (Form::kHasLoop) {
       return ReadOwnEntries<typename Form::Reading>(in, arena, count, aggregate);
     } else {

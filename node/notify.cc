@@ -49,9 +49,9 @@ Notifier Notifier::FromEnvironment() {
   const std::optional<std::int64_t> patience = ParseNumber(TakeVariable("WATCHDOG_USEC"));
   const std::string pid = TakeVariable("WATCHDOG_PID");
   const bool is_mine = pid.empty() || ParseNumber(pid) == std::int64_t{getpid()};
-  std::optional<std::chrono::microseconds> watchdog;
-  if (patience && *patience > 0 && is_mine) watchdog = std::chrono::microseconds(*patience);
-  return Notifier(std::move(socket), watchdog);
+  std::optional<std::chrono::microseconds> interval;
+  if (patience && *patience > 0 && is_mine) interval = std::chrono::microseconds(*patience);
+  return Notifier(std::move(socket), interval);
 }
 
 void Notifier::Ready(const std::string& status) const { Send("READY=1\nSTATUS=" + status, 0); }

@@ -21,4 +21,20 @@
 #define VT_SANITIZER 1
 #endif
 
+#include <cstdlib>
+
+namespace vt::testing {
+
+// IsWatched tells whether a sanitizer or memcheck looks on, with which everything is slow, and
+// whose allocator keeps what was released.
+inline bool IsWatched() {
+#ifdef VT_SANITIZER
+  return true;
+#else
+  return std::getenv("VT_TESTS_UNDER_MEMCHECK") != nullptr;
+#endif
+}
+
+}  // namespace vt::testing
+
 #endif  // VT_TESTS_HARNESS_SANITIZERS_H_

@@ -20,15 +20,6 @@
 namespace vt::testing {
 namespace {
 
-// IsWatched tells whether a sanitizer or memcheck looks on, with which connections are slow, and
-// whose allocator keeps what was released.
-#ifdef VT_SANITIZER
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
-bool IsWatched() { return kIsSanitized || std::getenv("VT_TESTS_UNDER_MEMCHECK") != nullptr; }
-
 // Connect comes from one of many addresses, so that no port of ours runs out.
 PeerConnection ConnectFrom(std::uint16_t port, int number) {
   constexpr int addresses = 200;
