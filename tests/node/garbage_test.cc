@@ -5,7 +5,6 @@
 #include <signal.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>

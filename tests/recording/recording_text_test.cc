@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "recording/attribute_lines.h"
+#include "tests/harness/note.h"
 #include "tests/harness/sanitizers.h"
 
 namespace vt::recording {
@@ -319,7 +319,7 @@ TEST(RecordingText, EveryTruncationIsRefused) {
 std::size_t Step() {
   constexpr std::size_t thinned_out = 41;
   if (!vt::testing::IsWatched()) return 1;
-  std::printf("under a sanitizer or memcheck: every %zuth place only\n", thinned_out);
+  vt::testing::Note() << "under a sanitizer or memcheck: one place of " << thinned_out << " only\n";
   return thinned_out;
 }
 
