@@ -174,9 +174,11 @@ auto WithForm(KindName name, Visit visit) {
 #define VT_VISIT_FORM(kind, form) \
   case KindName::kind:            \
     return visit(std::type_identity<form>());
-    VT_VALUE_KIND_LIST(VT_VISIT_FORM)
+    VT_KINDS_WITH_VALUE_LIST(VT_VISIT_FORM)
+#undef VT_VISIT_FORM
+    default:  // kNoValue
+      return visit(std::type_identity<NoValueForm>());
   }
-  __builtin_unreachable();  // the table has no other names
 }
 
 }  // namespace vt::codec

@@ -15,8 +15,7 @@ namespace vt::codec {
 // Every kind with the form (value_forms.h) that does its work. The table of their properties and
 // the choice of a form are made from this list. There is no table of functions: a pointer to each
 // of them would have to be set right whenever the library is loaded.
-#define VT_VALUE_KIND_LIST(X)                                                                    \
-  X(kNoValue, NoValueForm)                                                                       \
+#define VT_KINDS_WITH_VALUE_LIST(X)                                                              \
   X(kOpaque, OpaqueForm)                                                                         \
   X(kText, TextForm)                                                                             \
   X(kInt8, IntegerForm<std::int8_t>)                                                             \
@@ -35,6 +34,10 @@ namespace vt::codec {
   /* The vectors of combined types have their own length, whatever length stands beside them. */ \
   X(kComboDeltaVector, RecordForm<DeltaVectorWire>)                                              \
   X(kComboUsageVector, RecordForm<UsageVectorWire>)
+
+#define VT_VALUE_KIND_LIST(X) \
+  X(kNoValue, NoValueForm)    \
+  VT_KINDS_WITH_VALUE_LIST(X)
 
 #define VT_KIND_NAME(name, form) name,
 enum class KindName : std::uint8_t { VT_VALUE_KIND_LIST(VT_KIND_NAME) };

@@ -74,6 +74,15 @@ void _ZNKSt5ctypeIcE13_M_widen_initEv(const void* facet) {
   __msan_scoped_enable_interceptor_checks();
 }
 
+// Exceptions of its own types libstdc++ writes itself, too.
+void* __cxa_allocate_exception(std::size_t size) noexcept {
+  static auto* const real =
+      reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "__cxa_allocate_exception"));
+  void* const exception = real(size);
+  __msan_unpoison(exception, size);
+  return exception;
+}
+
 }  // extern "C"
 
 // libstdc++ writes much of the memory of C++, which therefore counts as initialised. The library

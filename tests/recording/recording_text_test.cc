@@ -302,10 +302,9 @@ TEST(RecordingText, WhatIsWrongInAnEntityIsToldWithItsPlace) {
 }
 
 TEST(RecordingText, AValueThatWasNotAskedForIsRefused) {
-  EXPECT_EQ(WhyNot(std::string(kHeader) +
-                   "attributes = name\nentity = \"device00000000000000000000000001\" 1\n"
-                   "level = 3\nend\n"),
-            "7:1: 'attributes' above does not list \"level\"");
+  std::string text(kHeader);
+  text += "attributes = name\nentity = \"device00000000000000000000000001\" 1\nlevel = 3\nend\n";
+  EXPECT_EQ(WhyNot(text), "7:1: 'attributes' above does not list \"level\"");
 }
 
 TEST(RecordingText, EveryTruncationIsRefused) {
