@@ -167,19 +167,21 @@ struct IntegerForm : RecordForm<Integer<T>, T> {
   }
 };
 
+#define VT_VISIT_FORM(kind, form) \
+  case KindName::kind:            \
+    return visit(std::type_identity<form>());
+
 // WithForm calls visit with the form of a kind, as std::type_identity of it.
 template <class Visit>
 auto WithForm(KindName name, Visit visit) {
   switch (name) {
-#define VT_VISIT_FORM(kind, form) \
-  case KindName::kind:            \
-    return visit(std::type_identity<form>());
     VT_KINDS_WITH_VALUE_LIST(VT_VISIT_FORM)
-#undef VT_VISIT_FORM
     default:  // kNoValue
       return visit(std::type_identity<NoValueForm>());
   }
 }
+
+#undef VT_VISIT_FORM
 
 }  // namespace vt::codec
 

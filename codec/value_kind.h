@@ -13,7 +13,7 @@
 namespace vt::codec {
 
 // Every kind with the form (value_forms.h) that does its work. The table of their properties and
-// the choice of a form are made from this list. There is no table of functions: a pointer to each
+// the choice of a form are made from these lists. There is no table of functions: a pointer to each
 // of them would have to be set right whenever the library is loaded.
 #define VT_KINDS_WITH_VALUE_LIST(X)                                                              \
   X(kOpaque, OpaqueForm)                                                                         \
