@@ -185,7 +185,8 @@ TEST(Replay, ASetIsAnsweredInACombinedElementOnlyWhenAllOfItIsKnown) {
 }
 
 TEST(Replay, TextsThatFillNoMessageTogetherTravelByThemselves) {
-  const std::string long_text = '"' + std::string(1000, 'x') + '"';
+  std::string long_text(1002, 'x');
+  long_text.front() = long_text.back() = '"';
   FleetUnderTest fleet =
       Replay("role = " + long_text + "\nname = " + long_text + "\nkeywords = " + long_text +
              "\nusage = 1 e0\nlevel = 9\nimportance = 1\ncaliber = actual");
