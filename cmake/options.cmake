@@ -43,15 +43,12 @@ if(VTAPI_FUZZ)
 endif()
 
 if(VTAPI_COVERAGE)
-  # Counts are added atomically: that of a rare branch is the difference of two large ones, which
-  # threads would blur.
   # Optimised, for the library without the C++ run time links only so. Each program and library adds
   # its counts to a file of its own in each process, whatever its environment says.
   set(CMAKE_C_FLAGS_DEBUG "-O1")
   set(CMAKE_CXX_FLAGS_DEBUG "-O1")
   add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%p-%m.profraw
-                      -fprofile-update=atomic -fcoverage-mapping
-                      $<$<STREQUAL:${VTAPI_COVERAGE},mcdc>:-fcoverage-mcdc>)
+                      -fcoverage-mapping $<$<STREQUAL:${VTAPI_COVERAGE},mcdc>:-fcoverage-mcdc>)
   add_link_options(-fprofile-instr-generate)
 endif()
 
