@@ -62,5 +62,6 @@ target_compile_options(vtapi_options INTERFACE -Wall -Wextra -Wpedantic -Wconver
 if(VTAPI_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # The instrumentation hides initialisations, and the sizes of strings that are put together, from
   # these warnings; the other builds keep them.
-  target_compile_options(vtapi_options INTERFACE -Wno-maybe-uninitialized -Wno-array-bounds)
+  target_compile_options(vtapi_options INTERFACE -Wno-maybe-uninitialized -Wno-array-bounds
+                                                 -Wno-stringop-overflow)
 endif()

@@ -245,7 +245,8 @@ TEST(Replay, WhatANodeCannotTellIsRefusedWithItsLine) {
   EXPECT_EQ(WhyNot(RecordingOf("usage = 1 e1\n" + std::string(kUsages))), differ);
   EXPECT_EQ(WhyNot(RecordingOf("usage = 1\n" + std::string(kUsages))), differ);
 
-  const std::string long_text = '"' + std::string(1300, 'x') + "\"";
+  std::string long_text(1302, 'x');
+  long_text.front() = long_text.back() = '"';
   const auto too_long = [](const std::string& what) {
     return ":6:1: the " + what + " of this entity does not fit into a message beside the domain";
   };
