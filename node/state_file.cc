@@ -11,11 +11,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
-#include <system_error>
 #include <utility>
 
 #include "vtapi.h"
 
+#include "files/file_content.h"
 #include "node/changes.h"
 
 namespace vt::node {
@@ -190,70 +190,20 @@ std::string_view CheckEnd(std::string_view text) {
 
 // --- the disk ---
 
-[[noreturn]] void ThrowErrno(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
+using files::FileDescriptor;
+
+// A million entities of which all was set have less.
+constexpr std::size_t kLargestFile = std::size_t{2} << 30;
+
+[[noreturn]] void ThrowErrno(const std::string& what) { files::ThrowErrno(errno, what); }
+
+FileDescriptor Open(const std::string& path, int flags, mode_t mode = 0) {
+  return FileDescriptor(open(path.c_str(), flags | O_CLOEXEC, mode));
 }
 
-// OpenFile owns a file descriptor.
-class OpenFile {
- public:
-  OpenFile(const std::string& path, int flags, mode_t mode = 0)
-      : path_(path), fd_(open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-  ~OpenFile() {
-    if (fd_ >= 0) close(fd_);
-  }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-
-  bool is_open() const { return fd_ >= 0; }
-
-  std::string ReadAll() const {
-    std::string text;
-    std::array<char, 65536> block{};
-    for (;;) {
-      const ssize_t got = read(fd_, block.data(), block.size());
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) ThrowErrno("cannot read " + path_);
-      if (got == 0) return text;
-      text.append(block.data(), static_cast<std::size_t>(got));
-    }
-  }
-
-  void WriteAll(std::string_view text) const {
-    while (!text.empty()) {
-      const ssize_t put = write(fd_, text.data(), text.size());
-      if (put < 0 && errno == EINTR) continue;
-      if (put < 0) ThrowErrno("cannot write " + path_);
-      text.remove_prefix(static_cast<std::size_t>(put));
-    }
-  }
-
-  void BringToDisk() const {
-    if (fsync(fd_) != 0) ThrowErrno("cannot bring " + path_ + " to the disk");
-  }
-
- private:
-  std::string path_;
-  int fd_;
-};
-
-// Unfinished is a file that goes again unless it is kept.
-class Unfinished {
- public:
-  explicit Unfinished(std::string path) : path_(std::move(path)) {}
-  ~Unfinished() {
-    if (!kept_) (void)unlink(path_.c_str());
-  }
-  Unfinished(const Unfinished&) = delete;
-  Unfinished& operator=(const Unfinished&) = delete;
-
-  const std::string& path() const { return path_; }
-  void Keep() { kept_ = true; }
-
- private:
-  std::string path_;
-  bool kept_ = false;
-};
+void Flush(const FileDescriptor& file, const std::string& path) {
+  files::BringToDisk(file, "cannot bring " + path + " to the disk");
+}
 
 }  // namespace
 
@@ -290,12 +240,12 @@ StateFile::Loaded StateFile::Load() const {
   if (access(Folder().c_str(), W_OK | X_OK) != 0) {
     ThrowErrno("cannot write into " + Folder() + ", where the state file is");
   }
-  const OpenFile file(path_, O_RDONLY);
+  const FileDescriptor file = Open(path_, O_RDONLY);
   if (!file.is_open()) {
     if (errno == ENOENT) return {};
     ThrowErrno("cannot open " + path_);
   }
-  const std::string text = file.ReadAll();
+  const std::string text = files::ReadAll(file, kLargestFile, "cannot read " + path_);
   try {
     return {ReadState(text), std::nullopt};
   } catch (const StateError& error) {
@@ -310,7 +260,7 @@ std::string StateFile::SetAside() const {
     // A link is never made over something, as a renamed file would be.
     if (link(path_.c_str(), aside.c_str()) == 0) {
       if (unlink(path_.c_str()) != 0) ThrowErrno("cannot set " + path_ + " aside");
-      OpenFile(Folder(), O_RDONLY | O_DIRECTORY).BringToDisk();
+      Flush(Open(Folder(), O_RDONLY | O_DIRECTORY), Folder());
       return aside;
     }
     if (errno != EEXIST) break;
@@ -320,21 +270,22 @@ std::string StateFile::SetAside() const {
 
 void StateFile::Save(const std::vector<StateRecord>& records) const {
   // One program writes, so one name is enough; what a crash left there is written over.
-  Unfinished made(path_ + ".new");
+  files::UnfinishedFile made(path_ + ".new");
   {
     constexpr mode_t for_the_owner = 0600;
-    const OpenFile file(made.path(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, for_the_owner);
+    const FileDescriptor file =
+        Open(made.path(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, for_the_owner);
     if (!file.is_open()) ThrowErrno("cannot make " + made.path());
-    file.WriteAll(WriteState(records));
-    file.BringToDisk();
+    files::WriteAll(file, WriteState(records), "cannot write " + made.path());
+    Flush(file, made.path());
   }
   if (std::rename(made.path().c_str(), path_.c_str()) != 0) {
     ThrowErrno("cannot replace " + path_);
   }
   made.Keep();
-  const OpenFile folder(Folder(), O_RDONLY | O_DIRECTORY);
+  const FileDescriptor folder = Open(Folder(), O_RDONLY | O_DIRECTORY);
   if (!folder.is_open()) ThrowErrno("cannot open " + Folder());
-  folder.BringToDisk();
+  Flush(folder, Folder());
 }
 
 }  // namespace vt::node

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "node/host/file_descriptor.h"
+#include "files/file_descriptor.h"
 #include "node/host/power_source.h"
 
 namespace vt::node {
@@ -69,7 +69,7 @@ class NutConnection {
 
   const MonotonicClock& clock_;
   std::chrono::steady_clock::time_point deadline_;
-  FileDescriptor socket_;
+  files::FileDescriptor socket_;
   std::array<char, 512> buffer_{};
   std::size_t begin_ = 0;  // of what has been received and not yet been read
   std::size_t end_ = 0;

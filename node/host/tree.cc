@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "node/host/file_descriptor.h"
+#include "files/file_descriptor.h"
 
 namespace vt::node {
 namespace {
@@ -88,7 +88,8 @@ std::string Tree::Path(const std::string& path) const { return root_ + path; }
 FileText Tree::Read(const std::string& path) const {
   const std::string full = Path(path);
   // Not to wait for the other end of a pipe.
-  const FileDescriptor file(open_(full.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  const files::FileDescriptor file(
+      open_(full.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (file.get() < 0) return Failed(full, errno);
   return ReadOpened(file.get(), full);
 }

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "node/host/file_descriptor.h"
+#include "files/file_descriptor.h"
 #include "tests/tools/programs.h"
 
 namespace vt::testing {
@@ -69,7 +69,7 @@ TEST(Action, TheEnvironmentIsThePathAndTheLevel) {
 TEST(Action, NoDescriptorIsInherited) {
   const TempFolder folder;
   // Far from the numbers that the shell itself uses.
-  const node::FileDescriptor ours(fcntl(STDERR_FILENO, F_DUPFD, 100));
+  const files::FileDescriptor ours(fcntl(STDERR_FILENO, F_DUPFD, 100));
   ASSERT_GE(ours.get(), 100);
   ASSERT_EQ(RunAction(Shell("for fd in /proc/self/fd/*; do echo \"${fd##*/}\"; done > " +
                             folder.path("out"))),

@@ -1,12 +1,12 @@
-// FileDescriptor owns one open file or socket of the sources in this folder.
-#ifndef VT_NODE_HOST_FILE_DESCRIPTOR_H_
-#define VT_NODE_HOST_FILE_DESCRIPTOR_H_
+// FileDescriptor owns one open file or socket.
+#ifndef VT_FILES_FILE_DESCRIPTOR_H_
+#define VT_FILES_FILE_DESCRIPTOR_H_
 
 #include <unistd.h>
 
 #include <utility>
 
-namespace vt::node {
+namespace vt::files {
 
 class FileDescriptor {
  public:
@@ -20,12 +20,13 @@ class FileDescriptor {
   FileDescriptor& operator=(const FileDescriptor&) = delete;
   FileDescriptor& operator=(FileDescriptor&&) = delete;
 
+  bool is_open() const { return fd_ >= 0; }
   int get() const { return fd_; }
 
  private:
   int fd_;
 };
 
-}  // namespace vt::node
+}  // namespace vt::files
 
-#endif  // VT_NODE_HOST_FILE_DESCRIPTOR_H_
+#endif  // VT_FILES_FILE_DESCRIPTOR_H_
