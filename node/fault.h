@@ -45,8 +45,10 @@ enum class FaultKind : std::uint8_t {
 
 // WordOf is how a kind is written in a configuration.
 std::string_view WordOf(FaultKind kind);
+// IsOfDevice tells whether it belongs to a device, and not to a connection.
 bool IsOfDevice(FaultKind kind);
 
+// kAllQueries are the bits of all kinds.
 inline constexpr std::uint8_t kAllQueries = 0xFF;
 
 // FaultTarget is whom a fault is for. What it does not name is any.

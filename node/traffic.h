@@ -69,13 +69,19 @@ class Traffic {
   // kKept is how many queries, and how many bad peers, are kept in detail.
   static constexpr std::size_t kKept = 50;
 
+  // A connection was accepted, could not be, or was closed.
   void Opened();
   void AcceptFailed();
   void Closed();
+
+  // A query was answered; a message or a connection was dropped, for that reason.
   void Answered(AnsweredQuery query);
   void Rejected(const std::string& client, Rejection rejection, const std::string& reason);
+
+  // A client took an answer whole; so many bytes of answers are on their way now.
   void Sent(std::size_t messages, std::size_t bytes);
   void Unsent(std::size_t bytes);
+
   void Reloaded(bool ok);
 
   TrafficCounts counts() const;

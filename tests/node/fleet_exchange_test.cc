@@ -44,17 +44,9 @@ voltaris::DeviceId Device(int number) {
 
 // Fleet is a group, and a device that has all that a device can have.
 std::string Fleet() {
-  DeviceToml device{.number = 1, .name = "all", .role = "lamp", .keywords = "\"f\", \"g\""};
-  device.importance = 9;
-  device.level = 4;
-  device.units = -1;
-  device.step = 5;
-  device.more =
-      "caliber = \"actual\"\nentity_type = \"remote\"\nerror = \"hot\"\n"
-      "text_21 = \"note\"\nnanny_vector = 305419896\naddress = \"192.0.2.7:7440\"\n"
-      "recurrence = { text = \"* 8\", byte1 = 1, byte2 = 2, flag = true }\n"
-      "neighbors = [{ id = \"" +
-      DeviceId(8) + "\", label = \"next\", address = \"192.0.2.1:258\" }]\n";
+  DeviceToml device = CompleteDevice();
+  device.more += "address = \"192.0.2.7:7440\"\nneighbors = [{ id = \"" + DeviceId(8) +
+                 "\", label = \"next\", address = \"192.0.2.1:258\" }]\n";
   return NodeToml({device}) +
          "[[group]]\ncount = 5\nname = \"phone-{n}\"\nrole = \"phone\"\nimportance = 50\n"
          "watts = [0, 3]\nkeywords = [\"desk\"]\n"
@@ -104,7 +96,7 @@ TEST(FleetExchange, EveryAttributeComesThroughTheLibraryByItself) {
   EXPECT_EQ(neighbor.flag, 1);
   const Results recurrences = row_of(voltaris::recurrence);
   const auto recurrence = OnlyRow(recurrences).get(voltaris::recurrence).value();
-  EXPECT_EQ(recurrence.text, "* 8");
+  EXPECT_EQ(recurrence.text, "0 8 * * *");
   EXPECT_EQ(recurrence.byte1, 1);
   EXPECT_EQ(recurrence.byte2, 2);
   EXPECT_EQ(recurrence.flag, 1);

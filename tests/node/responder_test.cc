@@ -58,18 +58,12 @@ Bytes Vector32(int first, int step) {
 
 // Complete is a device that has every attribute.
 std::string Complete() {
-  DeviceToml device{.number = 1, .name = "abc", .role = "de", .keywords = "\"f\", \"g\""};
-  device.importance = 9;
-  device.level = 4;
-  device.units = -1;
-  device.step = 5;
-  device.more =
-      "caliber = \"actual\"\ncategory = \"consumer\"\nentity_type = \"remote\"\n"
-      "error = \"hot\"\ntext_21 = \"note\"\nnanny_vector = 305419896\n"
-      "recurrence = { text = \"* 8\", byte1 = 1, byte2 = 2, flag = true }\n"
-      "neighbors = [{ id = \"" +
-      DeviceId(8) + "\", label = \"next\", address = \"192.0.2.1:258\" },\n{ id = \"" +
-      DeviceId(9) + "\", reachable = false }]\n";
+  DeviceToml device = CompleteDevice();
+  device.name = "abc";
+  device.role = "de";
+  device.more += "neighbors = [{ id = \"" + DeviceId(8) +
+                 "\", label = \"next\", address = \"192.0.2.1:258\" },\n{ id = \"" + DeviceId(9) +
+                 "\", reachable = false }]\n";
   return NodeToml({device});
 }
 
@@ -93,7 +87,7 @@ TEST(Responder, EveryAttributeTravelsInAnElementOfItsTypeWhenItIsAskedForAlone) 
       {kNeighborCount, U16(2)},
       {kNannyVector, U32(0x12345678)},
       {kCaliber, U32(1)},
-      {kRecurrence, Counted(Text("* 8")) + Hex("01 02 00000001")},
+      {kRecurrence, Counted(Text("0 8 * * *")) + Hex("01 02 00000001")},
       {kText21, Counted(Text("note"))},
       {kCategory, U32(1)},
   };

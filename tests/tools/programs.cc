@@ -271,6 +271,19 @@ std::string DeviceToml::Text() const {
          "\nunits = " + std::to_string(units) + "\nusage_vector = [" + vector + "]\n" + more + "\n";
 }
 
+DeviceToml CompleteDevice() {
+  DeviceToml device{.number = 1, .name = "all", .role = "lamp", .keywords = "\"f\", \"g\""};
+  device.importance = 9;
+  device.level = 4;
+  device.units = -1;
+  device.step = 5;
+  device.more =
+      "caliber = \"actual\"\ncategory = \"consumer\"\nentity_type = \"remote\"\nerror = \"hot\"\n"
+      "text_21 = \"note\"\nnanny_vector = 305419896\n"
+      "recurrence = { text = \"0 8 * * *\", byte1 = 1, byte2 = 2, flag = true }\n";
+  return device;
+}
+
 std::string NodeToml(const std::vector<DeviceToml>& devices) {
   std::string text = "[node]\nid = \"" + DeviceId(0) +
                      "\"\ndomain = \"test\"\nname = \"test-node\"\nrole = \"node\"\n\n";

@@ -131,6 +131,10 @@ struct DeviceToml {
   std::string Text() const;
 };
 
+// CompleteDevice is a device with every attribute that one can have, but for an address and
+// neighbors.
+DeviceToml CompleteDevice();
+
 // NodeToml is the [node] table, with the devices behind it.
 std::string NodeToml(const std::vector<DeviceToml>& devices);
 

@@ -48,18 +48,10 @@ std::string Record(const Node& node, Strings more = {}) {
 // Campus has every attribute, several entities of a device, profiles, noise, and power in units of
 // several kinds.
 std::string Campus() {
-  DeviceToml device{.number = 1, .name = "all", .role = "lamp", .keywords = "\"f\", \"g\""};
-  device.importance = 9;
-  device.level = 4;
-  device.units = -1;
-  device.step = 5;
-  device.more =
-      "usage = 17\ncaliber = \"actual\"\nentity_type = \"remote\"\nerror = \"hot\"\n"
-      "text_21 = \"note\"\nnanny_vector = 305419896\naddress = \"192.0.2.7:7440\"\n"
-      "recurrence = { text = \"0 8 * * *\", byte1 = 1, byte2 = 2, flag = true }\n"
-      "neighbors = [{ id = \"" +
-      DeviceId(2) + "\", label = \"next\", address = \"192.0.2.1:258\" },\n{ id = \"" +
-      DeviceId(3) + "\", reachable = false }]\n";
+  DeviceToml device = CompleteDevice();
+  device.more += "usage = 17\naddress = \"192.0.2.7:7440\"\nneighbors = [{ id = \"" + DeviceId(2) +
+                 "\", label = \"next\", address = \"192.0.2.1:258\" },\n{ id = \"" + DeviceId(3) +
+                 "\", reachable = false }]\n";
   DeviceToml port{.number = 2, .entity = 3, .name = "port-3", .role = "switch", .units = 6};
   return NodeToml({device, port}) +
          "[[group]]\ncount = 20\nentities = 3\nname = \"phone-{n}/{e}\"\nrole = \"phone\"\n"
