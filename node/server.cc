@@ -233,14 +233,13 @@ Server::Server(asio::io_context& io, const sockaddr_in& address, const ServerLim
                Traffic& traffic, Answerer answerer)
     : io_(io),
       acceptor_(Listen(io, address)),
+      address_(SystemAddress(acceptor_.local_endpoint())),
       retry_(io),
       limits_(limits),
       traffic_(traffic),
       answerer_(std::move(answerer)) {
   Accept();
 }
-
-sockaddr_in Server::address() const { return SystemAddress(acceptor_.local_endpoint()); }
 
 void Server::Post(std::function<void()> task) { asio::post(worker_, std::move(task)); }
 

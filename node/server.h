@@ -52,8 +52,8 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  // address is where it listens, with the port that the system chose.
-  sockaddr_in address() const;
+  // address is where it listens, with the port that the system chose. Both threads may ask.
+  const sockaddr_in& address() const { return address_; }
 
   // Post runs a task on the thread that answers, between two answers.
   void Post(std::function<void()> task);
@@ -86,6 +86,7 @@ class Server {
 
   asio::io_context& io_;
   asio::ip::tcp::acceptor acceptor_;
+  const sockaddr_in address_;
   asio::steady_timer retry_;
   const ServerLimits limits_;
   Traffic& traffic_;

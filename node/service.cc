@@ -3,6 +3,7 @@
 #include <asio/post.hpp>
 
 #include <chrono>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <span>
@@ -24,14 +25,6 @@ ServerLimits LimitsOf(const Options& options) {
 }
 
 }  // namespace
-
-Service::NoSignals::NoSignals() {
-  sigset_t all;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &saved_);
-}
-
-Service::NoSignals::~NoSignals() { pthread_sigmask(SIG_SETMASK, &saved_, nullptr); }
 
 std::optional<voltaris::Key> ReadKey(const Options& options) {
   if (!options.key_file) return std::nullopt;
@@ -64,7 +57,7 @@ Configuration ReadConfiguration(const Options& options) {
 
 Service::Service(const Options& options, Configuration first)
     : options_(options),
-      signals_(io_, SIGINT, SIGTERM, SIGHUP),
+      signals_(io_),
       next_alive_(io_),
       patience_(io_),
       server_(io_, options.listen, LimitsOf(options), traffic_,
@@ -76,8 +69,7 @@ Service::Service(const Options& options, Configuration first)
                      options.http_anywhere ? HttpHosts::kAny : HttpHosts::kLoopback, server_,
                      traffic_, [this](const auto& look) { responder_->Look(look); });
   }
-  no_signals_.reset();
-  AwaitSignal();
+  signals_.Start([this](int signal) { Take(signal); });
 }
 
 std::optional<sockaddr_in> Service::http_address() const {
@@ -150,16 +142,12 @@ void Service::StartHost(std::unique_ptr<HostWatch> host) {
   });
 }
 
-void Service::AwaitSignal() {
-  signals_.async_wait([this](const asio::error_code& error, int signal) {
-    if (error || is_stopped_) return;
-    if (signal != SIGHUP) {
-      is_finishing_ ? Stop() : Finish();
-    } else if (!is_finishing_) {
-      server_.Post([this] { Reload(); });
-    }
-    AwaitSignal();
-  });
+void Service::Take(int signal) {
+  if (signal != SIGHUP) {
+    is_finishing_ ? Stop() : Finish();
+  } else if (!is_finishing_) {
+    server_.Post([this] { Reload(); });
+  }
 }
 
 // Finish lets those have their answers who have asked, for some time; another signal ends that.
@@ -177,7 +165,8 @@ void Service::Finish() {
 
 void Service::Stop() {
   if (std::exchange(is_stopped_, true)) return;
-  signals_.cancel();
+  // The thread that answers may be long; another signal need not wait for it.
+  signals_.Stop();
   patience_.cancel();
   next_alive_.cancel();
   if (monitor_) monitor_->Stop();

@@ -4,10 +4,8 @@
 #define VT_NODE_SERVICE_H_
 
 #include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
 #include <asio/steady_timer.hpp>
 #include <netinet/in.h>
-#include <signal.h>
 
 #include <memory>
 #include <optional>
@@ -25,6 +23,7 @@
 #include "node/replay_window.h"
 #include "node/responder.h"
 #include "node/server.h"
+#include "node/signals.h"
 #include "node/traffic.h"
 
 namespace vt::node {
@@ -58,36 +57,26 @@ class Service {
   std::optional<sockaddr_in> http_address() const;
 
   // Run serves until SIGINT or SIGTERM, and then until those who have asked have their answers,
-  // which takes five seconds at most; a second signal ends it at once. The service manager is told
-  // when it begins and when it ends.
+  // which takes five seconds at most. A second signal ends it without them, once the thread that
+  // answers is done with what it does; a third one does not wait for that. The service manager is
+  // told when it begins and when it ends.
   void Run();
 
  private:
-  // NoSignals keeps signals from this thread, and for good from those that it starts meanwhile.
-  class NoSignals {
-   public:
-    NoSignals();
-    ~NoSignals();
-    NoSignals(const NoSignals&) = delete;
-    NoSignals& operator=(const NoSignals&) = delete;
-
-   private:
-    sigset_t saved_;
-  };
-
   Delivery Answer(std::span<const std::uint8_t> message, const asio::ip::address_v4& client,
                   const std::string& name);
   void Use(Configuration configuration);
   void UseReplayWindow(std::optional<std::chrono::seconds> length);
   void StartHost(std::unique_ptr<HostWatch> host);
-  void AwaitSignal();
+  void Take(int signal);
   void Reload();
   void Finish();
   void Stop();
   void TellAlive();
 
   const Options& options_;
-  std::optional<NoSignals> no_signals_{std::in_place};  // first: while the others start threads
+  asio::io_context io_;
+  Signals signals_;     // before all that starts threads
   std::string status_;  // for the service manager, from when the node serves
   bool is_finishing_ = false;
   bool is_stopped_ = false;
@@ -96,8 +85,6 @@ class Service {
   // Used on the thread that answers, from when the server accepts connections.
   std::shared_ptr<Responder> responder_;
   std::shared_ptr<ReplayWindow> replay_window_;  // or null; it outlasts reloads
-  asio::io_context io_;
-  asio::signal_set signals_;
   asio::steady_timer next_alive_;
   asio::steady_timer patience_;  // with those who still get their answers
   Server server_;

@@ -1,8 +1,10 @@
 // Faults as clients meet them: the real program, asked through the library, whose outcomes and
 // counters tell each kind; and what travels where those are coarse.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <functional>
@@ -13,6 +15,7 @@
 
 #include "vtapi.h"
 
+#include "files/file_descriptor.h"
 #include "tests/api/api_support.h"
 #include "tests/node/node_support.h"
 
@@ -139,6 +142,15 @@ class Faulty {
  private:
   Node node_;
 };
+
+bool CanConnect(std::uint16_t port) {
+  const files::FileDescriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
 
 void ExpectWhole(const Seen& seen) {
   EXPECT_EQ(seen.outcome, VT_COLLECTION_COMPLETE);
@@ -449,6 +461,20 @@ TEST(FaultExchange, SlowAnswersDoNotKeepTheNodeFromItsEnd) {
   const Exchange dripping(faulty.port(), {}, voltaris_createSetQuery);
   dripping.RunUntil([&dripping] { return dripping.counters().bytes == 1; });
   EXPECT_EQ(faulty.node().Stop().exit_code, 0);
+  EXPECT_EQ(See(dripping).counters.bytes, 1u);
+}
+
+TEST(FaultExchange, ASecondSignalEndsTheNodeWithoutTheAnswerThatIsWaitedFor) {
+  Faulty faulty(FaultToml("drip", std::string("bytes = 1\npause = ") + kForever));
+  const Exchange dripping(faulty.port());
+  dripping.RunUntil([&dripping] { return dripping.counters().bytes == 1; });
+  Program& program = faulty.node().program();
+  program.Signal(SIGTERM);
+  while (CanConnect(faulty.port())) {
+    // Until the signal has arrived.
+  }
+  program.Signal(SIGTERM);
+  EXPECT_EQ(program.Finish().exit_code, 0);
   EXPECT_EQ(See(dripping).counters.bytes, 1u);
 }
 
