@@ -6,7 +6,7 @@
 #include "vtapi/catalogue.h"
 #include "vtapi/enumerations.h"
 
-#include "protocol/event_decode.h"
+#include "protocol/event.h"
 #include "support/heap.h"
 #include "support/log.h"
 
@@ -96,15 +96,14 @@ Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const 
                 Arrays arrays) {
   constexpr std::int32_t kSmallestMessage = 60;
   constexpr int kForged = 5;
-  Event* event = cv_mkevent_from_rawbuffer(len, message);
+  int error = 0;
+  Verdict verdict = Verdict::kNotChecked;
+  Event* event = protocol::ReceiveEvent(len, message, &key, error, verdict);
   if (event == nullptr) {
     VT_LOG_AS(kError, kProcess, "Error creating new raw event, dropping event.");
     return len < kSmallestMessage ? Taken::kMalformed : Taken::kNoMemory;
   }
-  Verdict verdict;
-  if (const int error = protocol::UnpackEvent(*event, &key, verdict); error != 0) {
-    return Drop(event, error, Taken::kMalformed);
-  }
+  if (error != 0) return Drop(event, error, Taken::kMalformed);
   if (!IsAuthentic(*event, verdict, &key)) return Drop(event, kForged, Taken::kForged);
   const bool lacks_arrays =
       arrays == Arrays::kOnDemand && IsAcknowledgement(*event->pak) && !MakeArrays(result);

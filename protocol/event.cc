@@ -1,8 +1,9 @@
 // The life of an Event: made for sending, or around received bytes, and released by its state.
-#include "vtapi/event.h"
+#include "protocol/event.h"
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "vtapi/enumerations.h"
 
@@ -11,6 +12,65 @@
 #include "protocol/wire_layout.h"
 #include "support/heap.h"
 #include "support/log.h"
+
+namespace vt::protocol {
+
+namespace {
+
+constexpr const char kReceive[] = "cv_mkevent_from_rawbuffer";
+
+// NewReceived makes an Event that has not been decoded yet, of an image that is not truncated, and
+// that the Event does not own.
+support::Owned<Event> NewReceived(std::int32_t size, const void* image) {
+  if (size < static_cast<std::int32_t>(kSmallestImage)) {
+    VT_LOG_AS(kDebug, kReceive, "Dropping truncated packet");
+    return nullptr;
+  }
+  support::Owned<Event> ev = support::AllocateZeroed<Event>();
+  if (ev == nullptr) return nullptr;
+  // Nothing writes to an image that was received.
+  ev->raw = static_cast<std::uint8_t*>(const_cast<void*>(image));
+  ev->raw_valid = 1;
+  ev->raw_len = static_cast<std::uint32_t>(size);
+  ev->state = CV_EVENT_STATE_OK;
+  return ev;
+}
+
+// OwnImage replaces the image by a copy, or returns false without memory and leaves none.
+bool OwnImage(Event& ev) {
+  auto* copy = static_cast<std::uint8_t*>(support::DuplicateBytes(ev.raw, ev.raw_len).release());
+  if (copy == nullptr) {
+    VT_LOG_AS(kInfo, kReceive, "Can't allocate memory for pkt creation");
+    ForgetImage(ev);
+    return false;
+  }
+  if (ev.raw_hdr != nullptr) ev.raw_hdr = copy + (ev.raw_hdr - ev.raw);
+  ev.raw = copy;
+  return true;
+}
+
+// Discard releases an Event without an image and elements, of which nobody has heard.
+void Discard(support::Owned<Event> ev) {
+  ReleasePak(*ev);
+  ReleaseSec(*ev);
+}
+
+}  // namespace
+
+Event* ReceiveEvent(std::int32_t size, const void* buf, const hmac_context* key, int& error,
+                    Verdict& verdict) {
+  support::Owned<Event> ev = NewReceived(size, buf);
+  if (ev == nullptr) return nullptr;
+  VT_LOG_AS(kTrace, kReceive, "size %d", size);
+  error = UnpackEvent(*ev, key, Image::kBorrowed, verdict);
+  if (ev->raw != nullptr && !OwnImage(*ev)) {
+    Discard(std::move(ev));
+    return nullptr;
+  }
+  return ev.release();
+}
+
+}  // namespace vt::protocol
 
 extern "C" {
 
@@ -35,21 +95,8 @@ int cv_set_common_hdr(Event* ev) {
 }
 
 Event* cv_mkevent_from_rawbuffer(std::int32_t size, const void* buf) {
-  if (size < static_cast<std::int32_t>(vt::protocol::kSmallestImage)) {
-    VT_LOG(kDebug, "Dropping truncated packet");
-    return nullptr;
-  }
-  vt::support::Owned<Event> ev = vt::support::AllocateZeroed<Event>();
-  if (ev == nullptr) return nullptr;
-  const auto length = static_cast<std::uint32_t>(size);
-  ev->raw = static_cast<std::uint8_t*>(vt::support::DuplicateBytes(buf, length).release());
-  if (ev->raw == nullptr) {
-    VT_LOG(kInfo, "Can't allocate memory for pkt creation");
-    return nullptr;
-  }
-  ev->raw_valid = 1;
-  ev->raw_len = length;
-  ev->state = CV_EVENT_STATE_OK;
+  vt::support::Owned<Event> ev = vt::protocol::NewReceived(size, buf);
+  if (ev == nullptr || !vt::protocol::OwnImage(*ev)) return nullptr;
   VT_LOG(kTrace, "size %d", size);
   return ev.release();
 }

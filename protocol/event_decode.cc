@@ -125,7 +125,7 @@ int FailElements(Event& ev) {
   return Fail(ev, kFailed);
 }
 
-int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
+int UnpackElements(Event& ev, const hmac_context* key, Image image, Verdict& verdict) {
   const std::uint32_t count = SlotCount(ev.pak->tlv_bytes, ev.pak->tlv_count);
   ev.tlvs = static_cast<Tlv**>(SlotsGoWithSec(count) ? BehindSec(ev, kSlotsBehindSec)
                                                      : support::ZeroedBlock(count * sizeof(Tlv*)));
@@ -142,7 +142,8 @@ int UnpackElements(Event& ev, const hmac_context* key, Verdict& verdict) {
   ev.state = CV_EVENT_STATE_OK;
   const bool authentic = vtn_validateMessageHeader(&ev, key) != 0;
   verdict = authentic ? Verdict::kAuthentic : Verdict::kForged;
-  DropImage(ev);  // a checked image has served; without a digest to check, none gets here
+  // A checked image has served; without a digest to check, none gets here.
+  image == Image::kOwned ? DropImage(ev) : ForgetImage(ev);
   return kDecoded;
 }
 
@@ -166,7 +167,7 @@ int DigestDifference(const Event& ev, const hmac_context* key,
   return difference;
 }
 
-int UnpackEvent(Event& ev, const hmac_context* key, Verdict& verdict) {
+int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdict) {
   verdict = Verdict::kNotChecked;
   if (ev.pak_valid != 0 || ev.raw_valid == 0) return kDecoded;
   const auto assert_that = [](bool holds, const char* text) {
@@ -188,7 +189,8 @@ int UnpackEvent(Event& ev, const hmac_context* key, Verdict& verdict) {
       kSmallestImage;
   if (ev.raw_len != expected) return ReportSizeMismatch(ev, expected);
   AdoptMessageHeader(ev);
-  return ev.pak->tlv_count == 0 ? FinishWithoutElements(ev) : UnpackElements(ev, key, verdict);
+  return ev.pak->tlv_count == 0 ? FinishWithoutElements(ev)
+                                : UnpackElements(ev, key, image, verdict);
 }
 
 }  // namespace vt::protocol
@@ -199,7 +201,7 @@ int cv_unpack_event(Event* ev, const hmac_context* key) {
   // Deliberate: a forged message decodes all the same. Whoever acts on messages looks at the
   // verdict.
   vt::protocol::Verdict verdict;
-  return vt::protocol::UnpackEvent(*ev, key, verdict);
+  return vt::protocol::UnpackEvent(*ev, key, vt::protocol::Image::kOwned, verdict);
 }
 
 int cv_unpack_tlvs(Event* ev) {

@@ -10,8 +10,12 @@ namespace vt::protocol {
 
 enum class Verdict { kNotChecked, kAuthentic, kForged };
 
-// UnpackEvent is cv_unpack_event; verdict tells what the comparison gave, if one was made.
-[[nodiscard]] int UnpackEvent(Event& ev, const hmac_context* key, Verdict& verdict);
+// Image tells whose the wire image of an Event is.
+enum class Image { kOwned, kBorrowed };
+
+// UnpackEvent is cv_unpack_event; verdict tells what the comparison gave, if one was made. A
+// borrowed image is read as an owned one is, and is not released.
+[[nodiscard]] int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdict);
 
 // DigestDifference compares the digest in the wire image with the HMAC of the message, in a time
 // that does not depend on where they differ: 0 when equal, else the difference of the first bytes

@@ -8,13 +8,17 @@
 
 namespace vt::protocol {
 
-// DropImage releases the image and resets all that points at it or tells its length.
-inline void DropImage(Event& ev) {
-  std::free(ev.raw);
+// ForgetImage resets all that points at the image or tells its length. DropImage releases it too.
+inline void ForgetImage(Event& ev) {
   ev.raw = nullptr;
   ev.raw_hdr = nullptr;
   ev.raw_len = 0;
   ev.raw_valid = 0;
+}
+
+inline void DropImage(Event& ev) {
+  std::free(ev.raw);
+  ForgetImage(ev);
 }
 
 }  // namespace vt::protocol
