@@ -6,6 +6,7 @@
 #include "vtapi/catalogue.h"
 #include "vtapi/enumerations.h"
 
+#include "api/result_tail.h"
 #include "protocol/event.h"
 #include "support/heap.h"
 #include "support/log.h"
@@ -60,10 +61,20 @@ bool IsAnswer(const message_header& pak) {
   return false;
 }
 
-// Drop releases a message that does not count.
-Taken Drop(Event* event, int error, Taken why) {
+// PoolFor is the pool in which the next message of a result is made, or null. The blocks of few
+// messages are better off with the C library, which keeps what is small from one result to the
+// next.
+codec::MessagePool* PoolFor(ResultSet& result) {
+  constexpr std::int32_t kFew = 64;
+  return result.events.depth >= kFew ? &TailOf(result).messages : nullptr;
+}
+
+// Drop releases a message that does not count. In the pool, the next one takes its place.
+Taken Drop(Event* event, codec::MessagePool* pool, int error, Taken why) {
   VT_LOG_AS(kDebug, kProcess, "Error while unpacking, error_code=%d", error);
+  const bool is_pooled = codec::IsPooled(event);
   (void)cv_cleanup_event(event);
+  if (is_pooled) pool->TakeBack();
   return why;
 }
 
@@ -98,13 +109,14 @@ Taken TakeReply(const void* message, std::int32_t len, ResultSet& result, const 
   constexpr int kForged = 5;
   int error = 0;
   Verdict verdict = Verdict::kNotChecked;
-  Event* event = protocol::ReceiveEvent(len, message, &key, error, verdict);
+  codec::MessagePool* pool = PoolFor(result);
+  Event* event = protocol::ReceiveEvent(len, message, &key, pool, error, verdict);
   if (event == nullptr) {
     VT_LOG_AS(kError, kProcess, "Error creating new raw event, dropping event.");
     return len < kSmallestMessage ? Taken::kMalformed : Taken::kNoMemory;
   }
-  if (error != 0) return Drop(event, error, Taken::kMalformed);
-  if (!IsAuthentic(*event, verdict, &key)) return Drop(event, kForged, Taken::kForged);
+  if (error != 0) return Drop(event, pool, error, Taken::kMalformed);
+  if (!IsAuthentic(*event, verdict, &key)) return Drop(event, pool, kForged, Taken::kForged);
   const bool lacks_arrays =
       arrays == Arrays::kOnDemand && IsAcknowledgement(*event->pak) && !MakeArrays(result);
   (void)enqueue(&result.events, event);

@@ -11,6 +11,7 @@
 #include "vtapi/result.h"
 
 #include "api/attribute_list.h"
+#include "api/result_tail.h"
 #include "api/row_store.h"
 #include "support/heap.h"
 #include "support/log.h"
@@ -141,6 +142,7 @@ void voltaris_releaseResult(ResultSet* result) {
     }
     (void)cv_cleanup_event(static_cast<Event*>(event));
   }
+  vt::api::TailOf(*result).messages.Close();
   VT_LOG(kTrace, "freeing acks %p", static_cast<void*>(result->acks));
   std::free(result->acks);
   VT_LOG(kTrace, "freeing naks %p", static_cast<void*>(result->naks));

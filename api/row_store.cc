@@ -4,19 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/bytes.h"
+#include "api/result_tail.h"
 #include "support/heap.h"
 
 namespace vt::api {
 
 namespace {
-
-static_assert(sizeof(void*) <= sizeof(ResultSet::reserved));
-
-// StoreOf is the store of a result, or null.
-RowStore* StoreOf(const ResultSet& result) {
-  return static_cast<RowStore*>(support::LoadHost<void*>(result.reserved));
-}
 
 // Up to so many rows of a device are searched one by one.
 constexpr std::int32_t kFewRows = 32;
@@ -68,17 +61,15 @@ bool IdentityOrder::Less(const corvane_id& a, const corvane_id& b) {
 }
 
 RowStore* RowStore::Of(ResultSet& result) {
-  if (RowStore* store = StoreOf(result)) return store;
-  RowStore* made = support::AllocateZeroed<RowStore>().release();
-  if (made == nullptr) return nullptr;
-  made->known_.DrawKey();
-  void* const kept = made;
-  std::memcpy(result.reserved, &kept, sizeof kept);
-  return made;
+  RowStore*& store = TailOf(result).rows;
+  if (store != nullptr) return store;
+  store = support::AllocateZeroed<RowStore>().release();
+  if (store != nullptr) store->known_.DrawKey();
+  return store;
 }
 
 void RowStore::Release(ResultSet& result) {
-  RowStore* store = StoreOf(result);
+  RowStore* store = TailOf(result).rows;
   const std::size_t made = store != nullptr ? store->known_.count() : 0;
   if (static_cast<std::size_t>(result.rows.depth) != made) {
     ReleaseBlocks(result.rows, [store](const void* node) {
@@ -92,7 +83,7 @@ void RowStore::Release(ResultSet& result) {
 }
 
 RowStore* RowStore::OwnerOf(const ResultSet& result, const entity_node& row) {
-  RowStore* store = StoreOf(result);
+  RowStore* store = TailOf(result).rows;
   return store != nullptr && store->pool_.Holds(&row) ? store : nullptr;
 }
 

@@ -77,6 +77,9 @@ class Arena {
   }
   void Release(void* /*part*/) const {}
 
+  // room is how many bytes are left.
+  [[nodiscard]] std::size_t room() const { return room_; }
+
  private:
   [[nodiscard]] void* Take(std::size_t n, std::size_t alignment) {
     const std::size_t gap = Gap(alignment);

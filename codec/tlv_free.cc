@@ -85,5 +85,5 @@ extern "C" void vt_free_tlv_ptr(Tlv* tlv) {
   } else {
     vt::codec::ReleaseValue(own, vt::codec::KindOf(tlv->type), tlv->value);
   }
-  vt::codec::ReleaseBlock(tlv);
+  vt::codec::ReleaseElement(tlv);
 }

@@ -8,6 +8,7 @@
 #include "vtapi/tlv.h"
 
 #include "codec/memory.h"
+#include "codec/message_pool.h"
 #include "codec/status.h"
 
 namespace vt::codec {
@@ -28,20 +29,23 @@ constexpr std::uint32_t RoundUpToEntryBlock(std::uint32_t count) {
 
 // A compact element is one block, which begins so and goes on with the value. Its value stands
 // where no block of the heap begins, as these lie a multiple of 16 bytes apart: that tells it from
-// an element that somebody else made.
+// an element that somebody else made. Instead of a block it may be a part of a pool, where no heap
+// has its blocks at all.
 struct CompactTlv {
   Tlv tlv;
   std::size_t size;         // of the block
   std::uintptr_t is_whole;  // 1 while no part lies elsewhere
 };
-static_assert(sizeof(CompactTlv) % 16 == 8);
+static_assert(sizeof(CompactTlv) % kHeapAlignment == kHeapAlignment / 2);
 
 // NewCompactTlv returns an element without a value, with value_room bytes behind it that may hold
-// anything; or null.
+// anything; or null. It is made in the pool, if there is one that has room, or is a block.
 [[nodiscard]] inline CompactTlv* NewCompactTlv(std::uint32_t type, std::uint32_t length,
-                                               std::uint32_t qualifier, std::size_t value_room) {
+                                               std::uint32_t qualifier, std::size_t value_room,
+                                               MessagePool* pool = nullptr) {
   const std::size_t size = sizeof(CompactTlv) + value_room;
-  auto* made = static_cast<CompactTlv*>(NewBlock(size));
+  auto* made = static_cast<CompactTlv*>(pool != nullptr ? pool->NewPart(size) : nullptr);
+  if (made == nullptr) made = static_cast<CompactTlv*>(NewBlock(size));
   if (made != nullptr) *made = {{type, length, qualifier, nullptr}, size, 1};
   return made;
 }
@@ -51,6 +55,11 @@ static_assert(sizeof(CompactTlv) % 16 == 8);
   const std::uintptr_t behind = reinterpret_cast<std::uintptr_t>(&tlv) + sizeof(CompactTlv);
   const bool is_compact = reinterpret_cast<std::uintptr_t>(tlv.value) == behind;
   return is_compact ? reinterpret_cast<CompactTlv*>(&tlv) : nullptr;
+}
+
+// ReleaseElement releases the memory of an element that was one block or a part of a pool.
+inline void ReleaseElement(Tlv* tlv) {
+  if (!IsPooled(tlv)) ReleaseBlock(tlv);
 }
 
 [[nodiscard]] inline Extent ExtentOf(const CompactTlv* compact) {

@@ -1,10 +1,10 @@
 // A received wire image turned into headers and elements, and the check of its digest.
 #include "protocol/event_decode.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+#include "codec/tlv_decode.h"
 #include "protocol/event_parts.h"
 #include "protocol/tlv_list.h"
 #include "protocol/wire_image.h"
@@ -35,38 +35,14 @@ bool IsAcceptable(const security_header& sec) {
          HighNibble(sec.byte1) == kEnc && LowNibble(sec.byte9) == kAuth;
 }
 
-// SlotCount is how many slots an image is given. No memory for more elements than there can be. Of
-// a count beyond that, one slot more is enough: its element is missing, and what stands before it
-// is decoded and reported on as ever.
-std::uint32_t SlotCount(std::uint32_t tlv_bytes, std::uint32_t tlv_count) {
-  return std::min(tlv_count, tlv_bytes / VT_TLV_HEADER_SIZE + 1);
-}
-
-// SlotsGoWithSec tells of so many slots whether they stand in the block of sec.
-constexpr bool SlotsGoWithSec(std::uint32_t slots) {
-  constexpr std::uint32_t kMost = 64;
-  return slots <= kMost;
-}
-
-// SlotsAhead is how many slots will go with sec, from an image that may be too short for what it
-// says.
-std::uint32_t SlotsAhead(const Event& ev) {
-  if (ev.raw_len < VT_PDU_HEADER_SIZE) return 0;
-  constexpr std::size_t kTlvCountInHeader = kTlvBytesInHeader + sizeof(std::uint16_t);
-  const std::uint8_t* header = ev.raw + kMessageHeaderOffset;
-  const std::uint32_t slots =
-      SlotCount(support::LoadNetwork<std::uint16_t>(header + kTlvBytesInHeader),
-                support::LoadNetwork<std::uint16_t>(header + kTlvCountInHeader));
-  return SlotsGoWithSec(slots) ? slots : 0;
-}
-
 // AdoptSecurityHeader keeps a copy of the header; the digest that it announces is not copied. Its
-// block has room for what follows.
-bool AdoptSecurityHeader(Event& ev, const security_header& sec) {
+// block, which an Event of a pool has behind it, has room for what follows.
+bool AdoptSecurityHeader(Event& ev, const security_header& sec, bool is_pooled) {
   ReleaseSec(ev);  // of a decoding that failed before
-  const std::size_t size = kSlotsBehindSec + SlotsAhead(ev) * sizeof(Tlv*);
-  ev.sec = static_cast<security_header*>(support::ZeroedBlock(size));
-  if (ev.sec == nullptr) return false;
+  const std::size_t size = SecSize(ev.raw, ev.raw_len);
+  void* block = is_pooled ? std::memset(&ev + 1, 0, size) : support::ZeroedBlock(size);
+  if (block == nullptr) return false;
+  ev.sec = static_cast<security_header*>(block);
   *ev.sec = sec;
   return true;
 }
@@ -125,7 +101,24 @@ int FailElements(Event& ev) {
   return Fail(ev, kFailed);
 }
 
-int UnpackElements(Event& ev, const hmac_context* key, Image image, Verdict& verdict) {
+// DecodeElements fills the slots, or leaves them empty and returns false.
+bool DecodeElements(Event& ev, codec::MessagePool* pool) {
+  std::int32_t remaining = ev.pak->tlv_bytes;
+  std::uint8_t* cursor = ev.raw_hdr + VT_MESSAGE_HEADER_SIZE;
+  const auto slots = std::span(ev.tlvs, Slots(ev).size());
+  for (std::size_t i = 0; i < slots.size(); ++i) {
+    slots[i] = codec::ReadTlv(&remaining, &cursor, pool);
+    if (slots[i] != nullptr) continue;
+    for (Tlv*& made : slots.first(i)) {
+      vt_free_tlv_ptr(made);
+      made = nullptr;
+    }
+    return false;
+  }
+  return true;
+}
+
+int UnpackElements(Event& ev, const hmac_context* key, const Lodging& lodging, Verdict& verdict) {
   const std::uint32_t count = SlotCount(ev.pak->tlv_bytes, ev.pak->tlv_count);
   ev.tlvs = static_cast<Tlv**>(SlotsGoWithSec(count) ? BehindSec(ev, kSlotsBehindSec)
                                                      : support::ZeroedBlock(count * sizeof(Tlv*)));
@@ -137,13 +130,13 @@ int UnpackElements(Event& ev, const hmac_context* key, Image image, Verdict& ver
     return kFailed;
   }
   ev.tlv_capacity = count;
-  if (cv_unpack_tlvs(&ev) != 0) return FailElements(ev);
+  if (!DecodeElements(ev, lodging.pool)) return FailElements(ev);
   ev.pak_valid = 1;
   ev.state = CV_EVENT_STATE_OK;
   const bool authentic = vtn_validateMessageHeader(&ev, key) != 0;
   verdict = authentic ? Verdict::kAuthentic : Verdict::kForged;
   // A checked image has served; without a digest to check, none gets here.
-  image == Image::kOwned ? DropImage(ev) : ForgetImage(ev);
+  lodging.owns_image ? DropImage(ev) : ForgetImage(ev);
   return kDecoded;
 }
 
@@ -167,7 +160,7 @@ int DigestDifference(const Event& ev, const hmac_context* key,
   return difference;
 }
 
-int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdict) {
+int UnpackEvent(Event& ev, const hmac_context* key, const Lodging& lodging, Verdict& verdict) {
   verdict = Verdict::kNotChecked;
   if (ev.pak_valid != 0 || ev.raw_valid == 0) return kDecoded;
   const auto assert_that = [](bool holds, const char* text) {
@@ -179,7 +172,7 @@ int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdic
   security_header sec;
   cv_corvane_secure_nw_to_host(ev.raw, &sec);
   if (!IsAcceptable(sec)) return Fail(ev, kUnacceptable);
-  if (!AdoptSecurityHeader(ev, sec)) return Fail(ev, kFailed);
+  if (!AdoptSecurityHeader(ev, sec, lodging.pool != nullptr)) return Fail(ev, kFailed);
   if (ev.raw_len < VT_PDU_HEADER_SIZE) return UnpackWithoutDigest(ev);
 
   const std::uint32_t padded_digest = RoundUpTo4(sec.digest_len);
@@ -190,7 +183,7 @@ int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdic
   if (ev.raw_len != expected) return ReportSizeMismatch(ev, expected);
   AdoptMessageHeader(ev);
   return ev.pak->tlv_count == 0 ? FinishWithoutElements(ev)
-                                : UnpackElements(ev, key, image, verdict);
+                                : UnpackElements(ev, key, lodging, verdict);
 }
 
 }  // namespace vt::protocol
@@ -201,26 +194,14 @@ int cv_unpack_event(Event* ev, const hmac_context* key) {
   // Deliberate: a forged message decodes all the same. Whoever acts on messages looks at the
   // verdict.
   vt::protocol::Verdict verdict;
-  return vt::protocol::UnpackEvent(*ev, key, vt::protocol::Image::kOwned, verdict);
+  return vt::protocol::UnpackEvent(*ev, key, {}, verdict);
 }
 
 int cv_unpack_tlvs(Event* ev) {
   VT_ASSERT(ev != nullptr, "ev", vt::protocol::kUnit);
   VT_ASSERT(ev->pak != nullptr, "ev->pak", vt::protocol::kUnit);
   VT_ASSERT(ev->tlvs != nullptr, "ev->tlvs", vt::protocol::kUnit);
-  std::int32_t remaining = ev->pak->tlv_bytes;
-  std::uint8_t* cursor = ev->raw_hdr + VT_MESSAGE_HEADER_SIZE;
-  const auto slots = std::span(ev->tlvs, vt::protocol::Slots(*ev).size());
-  for (std::size_t i = 0; i < slots.size(); ++i) {
-    slots[i] = cv_create_tlv_from_raw_buf(&remaining, &cursor);
-    if (slots[i] != nullptr) continue;
-    for (Tlv*& made : slots.first(i)) {
-      vt_free_tlv_ptr(made);
-      made = nullptr;
-    }
-    return 1;
-  }
-  return 0;
+  return vt::protocol::DecodeElements(*ev, nullptr) ? 0 : 1;
 }
 
 int vtn_validateMessageHeader(Event* ev, const hmac_context* key) {

@@ -6,16 +6,21 @@
 
 #include "vtapi/event.h"
 
+#include "codec/message_pool.h"
+
 namespace vt::protocol {
 
 enum class Verdict { kNotChecked, kAuthentic, kForged };
 
-// Image tells whose the wire image of an Event is.
-enum class Image { kOwned, kBorrowed };
+// Lodging tells where an Event that is decoded lies.
+struct Lodging {
+  codec::MessagePool* pool = nullptr;  // of which it is the message begun last, or null
+  bool owns_image = true;              // else the wire image is only read
+};
 
-// UnpackEvent is cv_unpack_event; verdict tells what the comparison gave, if one was made. A
-// borrowed image is read as an owned one is, and is not released.
-[[nodiscard]] int UnpackEvent(Event& ev, const hmac_context* key, Image image, Verdict& verdict);
+// UnpackEvent is cv_unpack_event; verdict tells what the comparison gave, if one was made.
+[[nodiscard]] int UnpackEvent(Event& ev, const hmac_context* key, const Lodging& lodging,
+                              Verdict& verdict);
 
 // DigestDifference compares the digest in the wire image with the HMAC of the message, in a time
 // that does not depend on where they differ: 0 when equal, else the difference of the first bytes

@@ -6,6 +6,7 @@
 #include "vtapi/event.h"
 
 #include "protocol/event_encode.h"
+#include "protocol/event_parts.h"
 #include "protocol/wire_layout.h"
 #include "support/heap.h"
 #include "support/log.h"
@@ -76,7 +77,7 @@ void vtn_releasePacket(Event* ev) {
   VT_LOG(kTrace, "free pdu %p", static_cast<void*>(ev->raw));
   std::free(ev->raw);
   VT_LOG(kTrace, "free pkt %p", static_cast<void*>(ev));
-  std::free(ev);
+  vt::protocol::ReleaseRecord(ev);
 }
 
 }  // extern "C"

@@ -25,7 +25,9 @@ enum cv_event_state {
 /*
  * Event: 48/80 bytes. The number of elements in use is pak->tlv_count; slots above it are null.
  * Everything it points at is owned, raw_hdr excepted. Of a decoded Event, pak and tlvs may lie in
- * the block of sec: they are released with the Event or by the calls below, not by themselves.
+ * the block of sec: they are released with the Event or by the calls below, not by themselves. Of
+ * one that a ResultSet has taken in, sec and the elements may lie with the Event too, and are valid
+ * until its release, which may come after that of the ResultSet.
  */
 typedef struct Event {
   struct Event* next;    /* 0: link while the Event sits in a queue */

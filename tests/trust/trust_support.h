@@ -111,8 +111,13 @@ class Receiver {
     vtn_processReply(wire.data(), static_cast<std::int32_t>(wire.size()), result(), &key_);
   }
 
-  // Record is the ResultSet byte by byte: counts, queues, cursors, domain and error code.
-  Bytes Record() { return HostBytes(*result()); }
+  // Record is the ResultSet byte by byte: counts, queues, cursors, domain and error code. What lies
+  // behind tells where its memory is, which a message that is dropped may have been the first to
+  // use.
+  Bytes Record() {
+    const Bytes all = HostBytes(*result());
+    return {all.begin(), all.begin() + offsetof(ResultSet, reserved)};
+  }
 
   // Contents lists the rows and how many values each holds.
   std::vector<std::string> Contents() {
