@@ -302,6 +302,8 @@ void WriteSeeds(const fs::path& folder) {
   AddExchanges(SeedFolder(folder / "fold"));
   AddStreams(SeedFolder(folder / "framing"));
   AddStreams(SeedFolder(folder / "collection"));
+  AddMessages(SeedFolder(folder / "reply_pool"));
+  AddExchanges(SeedFolder(folder / "reply_pool"));
   AddFilters(SeedFolder(folder / "filters_and_names"));
   AddCodecCalls(SeedFolder(folder / "codec_calls"));
 }
