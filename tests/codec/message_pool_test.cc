@@ -83,6 +83,17 @@ TEST(MessagePool, APartForWhichThereIsNoRoomIsRefusedAndTheNextSmallerOneIsNot) 
   pool.Close();
 }
 
+TEST(MessagePool, AChunkThatIsFullToItsLastByteHasNoRoomForAnything) {
+  MessagePool pool{};
+  void* const head = pool.NewHead(kHead, 0);
+  std::size_t rest = 1 << 20;
+  while (pool.NewPart(rest) == nullptr) --rest;
+  EXPECT_EQ(pool.NewPart(1), nullptr);
+  EXPECT_EQ(pool.NewPart(0), nullptr) << "which would begin beyond the end";
+  MessagePool::ReleaseHead(head);
+  pool.Close();
+}
+
 TEST(MessagePool, WhatAPartDoesNotNeedIsThatOfTheNext) {
   MessagePool pool{};
   void* const head = pool.NewHead(kHead, kRoom);
