@@ -26,6 +26,9 @@ constexpr std::size_t kSmallestChunk = std::size_t{64} << 10U;
 // A part begins half-way between two places where blocks of the heap can.
 constexpr std::size_t kPlace = kHeapAlignment / 2;
 
+// Before each head stands which chunk it lies in.
+constexpr std::size_t kOwner = sizeof(void*);
+
 std::size_t GapBefore(const std::byte* at) {
   return (kPlace - reinterpret_cast<std::uintptr_t>(at)) % kHeapAlignment;
 }
@@ -49,13 +52,12 @@ bool MessagePool::AddChunk(std::size_t room) {
 }
 
 void* MessagePool::NewHead(std::size_t size, std::size_t room) {
-  // The chunk stands before the head, in memory that every head has before it.
-  constexpr std::size_t kBefore = sizeof(Chunk*) + kHeapAlignment;
+  constexpr std::size_t kBefore = kOwner + kHeapAlignment;
   if (!HasRoom(kBefore + size + room) && !AddChunk(kBefore + size + room)) return nullptr;
   open_->message = open_->next;
-  open_->next += sizeof(Chunk*);
+  open_->next += kOwner;
   void* head = NewPart(size);
-  std::memcpy(static_cast<std::byte*>(head) - sizeof(Chunk*), &open_, sizeof(Chunk*));
+  std::memcpy(static_cast<std::byte*>(head) - kOwner, &open_, kOwner);
   open_->owners.fetch_add(1, std::memory_order_relaxed);
   return head;
 }
@@ -73,7 +75,7 @@ void MessagePool::GiveBack(std::size_t n) { open_->next -= n; }
 
 void MessagePool::ReleaseHead(void* head) {
   Chunk* chunk = nullptr;
-  std::memcpy(&chunk, static_cast<std::byte*>(head) - sizeof chunk, sizeof chunk);
+  std::memcpy(&chunk, static_cast<std::byte*>(head) - kOwner, kOwner);
   Leave(chunk);
 }
 

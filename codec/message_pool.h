@@ -19,8 +19,8 @@ constexpr std::size_t kHeapAlignment = 16;
 }
 
 // MessagePool makes messages: a head first, which is what is released in the end, and then parts,
-// which go with it. A zero-filled pool is empty. It belongs to one thread at a time; the heads that
-// it has made may be released by any.
+// which go with it. A zero-filled pool is empty, too. It belongs to one thread at a time; the heads
+// that it has made may be released by any.
 class MessagePool {
  public:
   // NewHead begins a message with a head of so many bytes, with anything in it, and room for parts
@@ -50,7 +50,7 @@ class MessagePool {
   [[nodiscard]] bool AddChunk(std::size_t room);
   static void Leave(Chunk* chunk);
 
-  Chunk* open_;  // where messages are made, or null
+  Chunk* open_ = nullptr;  // where messages are made
 };
 
 }  // namespace vt::codec
