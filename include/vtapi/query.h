@@ -101,7 +101,9 @@ VT_API uint32_t cv_get_timeout_val_from_query(const Event* event);
  * no Pdu could be made (or the Query was executed before), else how many bytes of the Pdu were not
  * sent: its size when no connection was made, its size + 1 when sending failed. A time-out of 6
  * seconds is added to a Query that has none. The connection stays open until voltaris_releaseQuery;
- * to execute another Query on the Session before abandons it for good.
+ * to execute another Query on the Session before abandons it for good. A Query that could not take
+ * an element for want of memory (-1 of the add calls) is to be released and built again: it may
+ * count elements that are no longer there, which every receiver refuses.
  */
 VT_API int32_t voltaris_execQuery(Session* session, Query* query);
 
