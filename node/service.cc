@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "files/core_files.h"
 #include "node/log.h"
 #include "node/replay.h"
 #include "node/state_keeper.h"
@@ -28,6 +29,7 @@ ServerLimits LimitsOf(const Options& options) {
 
 std::optional<voltaris::Key> ReadKey(const Options& options) {
   if (!options.key_file) return std::nullopt;
+  files::ForbidCoreFiles();
   std::string warning;
   auto key = voltaris::Key::from_file(*options.key_file, voltaris::KeyFilePolicy::kWarn, &warning);
   if (!key) throw UsageError(key.error().text);
