@@ -1,4 +1,6 @@
-# libcrypto and libuuid, as the targets vtapi::crypto and vtapi::uuid. A build for another word size
+# libcrypto and libuuid, as the targets vtapi::crypto and vtapi::uuid, libsmartcols, which lays out the
+# tables of voltaris, as vtapi::smartcols, and for its live table curses with wide characters and the
+# library of terminals below it, as vtapi::ncursesw and vtapi::tinfo. A build for another word size
 # sets VTAPI_SYSROOT to the folder in which Debian's packages were unpacked; otherwise the system's
 # own are used.
 
@@ -27,6 +29,9 @@ endfunction()
 
 vtapi_import(crypto openssl/sha.h libcrypto.so.3)
 vtapi_import(uuid uuid/uuid.h libuuid.so.1)
+vtapi_import(smartcols libsmartcols/libsmartcols.h libsmartcols.so.1)
+vtapi_import(ncursesw curses.h libncursesw.so.6)
+vtapi_import(tinfo term.h libtinfo.so.6)
 
 # asio, without Boost: headers alone, which serve both word sizes.
 find_path(VTAPI_ASIO_INCLUDE asio.hpp REQUIRED)

@@ -1,12 +1,13 @@
-# Sourced by scripts/build: unpacks libcrypto and libuuid for i386, run time and headers, from
-# Debian's packages into build/i386-sysroot, and for the benchmarks Google Benchmark into
-# build/i386-benchmark and the peers that the library is held against into build/i386-peers. Nothing
-# is installed: side by side with the system's own packages they could only be had in exactly the
-# same version, and mirrors do not update all architectures at once. apt works on lists of its own,
-# so the system's configuration stays as is.
+# Sourced by scripts/build: unpacks libcrypto, libuuid, libsmartcols and curses for i386, run time
+# and headers, from Debian's packages into build/i386-sysroot, and for the benchmarks Google Benchmark
+# into build/i386-benchmark and the peers that the library is held against into build/i386-peers.
+# Nothing is installed: side by side with the system's own packages they could only be had in exactly
+# the same version, and mirrors do not update all architectures at once. apt works on lists of its
+# own, so the system's configuration stays as is.
 # shellcheck shell=bash
 
-sysroot_packages=(libssl3 libssl-dev libuuid1 uuid-dev)
+sysroot_packages=(libssl3 libssl-dev libuuid1 uuid-dev libsmartcols1 libsmartcols-dev
+  libncursesw6 libtinfo6 libncurses-dev)
 benchmark_packages=(libbenchmark1debian libbenchmark-dev)
 peer_packages=(libsnmp40 libsnmp-dev libprotobuf-c1 libprotobuf-c-dev libcbor0.8 libcbor-dev
   libcoap3)
@@ -70,12 +71,21 @@ need_i386_peers() {
   need_unpacked_for_i386 i386-peers "${peer_packages[@]}"
 }
 
-# need_unpacked_for_i386 FOLDER PACKAGE... unpacks the packages into build/FOLDER unless that is
+# holds_packages FILE PACKAGE... tells whether a list of what was unpacked has all of the packages.
+holds_packages() {
+  local list=$1 package
+  [[ -f $list ]] || return 1
+  for package in "${@:2}"; do
+    grep -q "^$package=" "$list" || return 1
+  done
+}
+
+# need_unpacked_for_i386 FOLDER PACKAGE... unpacks the packages into build/FOLDER unless they are
 # there.
 need_unpacked_for_i386() {
   local folder=$1 attempt package missing=("${@:2}") left
   sysroot=${root:?}/build/$folder
-  [[ -f $sysroot/complete ]] && return 0
+  holds_packages "$sysroot/complete" "${missing[@]}" && return 0
   say "unpacking i386 packages into build/$folder: ${missing[*]}"
   rm -rf "$sysroot"
   for attempt in 1 2 3; do
