@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -39,6 +40,7 @@ std::optional<ProbeOptions> ParseProbeOptions(int argc, const char* const* argv)
   ProbeOptions options;
   std::string nut;
   std::string format = "table";
+  std::optional<double> nut_seconds;
   CLI::App app("Looks for what tells the power of this host, and reads it once.",
                "voltaris-node probe");
   app.footer(kFooter);
@@ -48,6 +50,10 @@ std::optional<ProbeOptions> ParseProbeOptions(int argc, const char* const* argv)
       ->check(CLI::ExistingDirectory.description(""));
   app.add_option("--nut", nut, "a NUT server, IPv4 (default 127.0.0.1:3493), or off: ask none")
       ->type_name("HOST:PORT");
+  app.add_option("--nut-timeout", nut_seconds,
+                 "how long the NUT server may take (default 2), from 0.1 to 600")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.1, 600.0).description(""));
   app.add_option("-o,--output", format, "table (default) or json")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"table", "json"}).description(""));
@@ -60,6 +66,11 @@ std::optional<ProbeOptions> ParseProbeOptions(int argc, const char* const* argv)
     throw UsageError(std::string(error.what()) + "; see voltaris-node probe --help");
   }
   options.json = format == "json";
+  if (nut_seconds) {
+    // Neither below nor above any limit, so that the parser lets it through.
+    if (std::isnan(*nut_seconds)) throw UsageError("--nut-timeout takes a number of seconds");
+    options.settings.nut_patience = std::chrono::milliseconds(std::llround(*nut_seconds * 1000));
+  }
   if (nut == "off") {
     options.settings.nut.reset();
   } else if (!nut.empty()) {

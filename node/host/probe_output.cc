@@ -136,7 +136,10 @@ void PrintProbeTable(std::ostream& out, const ProbeReport& report) {
 }
 
 void PrintProbeJson(std::ostream& out, const ProbeReport& report) {
-  Json document = {{"on_mains", nullptr}, {"sources", Json::array()}, {"entities", Json::array()}};
+  Json document = {{"schema", "voltaris-probe-1"},
+                   {"on_mains", nullptr},
+                   {"sources", Json::array()},
+                   {"entities", Json::array()}};
   if (report.on_mains) document["on_mains"] = *report.on_mains;
   for (const ProbedSource& source : report.sources) {
     document["sources"].push_back({{"source", source.kind},
