@@ -2,71 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
-#include <regex>
-#include <set>
-#include <sstream>
+#include "tests/harness/exposition.h"
 
 namespace vt::testing {
 namespace {
 
 using node::MetricsText;
 using node::NodeFigures;
-
-// Exposition is the text read as its format says: each family once, with HELP and TYPE in front of
-// its samples, which stand together; each sample once. What breaks that fails the test.
-class Exposition {
- public:
-  explicit Exposition(const std::string& text) {
-    EXPECT_TRUE(text.ends_with('\n'));
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) Take(line);
-  }
-
-  double At(const std::string& sample) const {
-    const auto found = samples_.find(sample);
-    if (found == samples_.end()) ADD_FAILURE() << "there is no " << sample;
-    return found != samples_.end() ? found->second : -1;
-  }
-  std::string TypeOf(const std::string& family) const {
-    const auto found = types_.find(family);
-    return found != types_.end() ? found->second : "none";
-  }
-  const std::map<std::string, std::string>& types() const { return types_; }
-  const std::map<std::string, double>& samples() const { return samples_; }
-
- private:
-  void Take(const std::string& line) {
-    static const std::regex help(R"(# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) (\S.*))");
-    static const std::regex type(R"(# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge|histogram))");
-    static const std::regex sample(
-        R"re(([a-zA-Z_:][a-zA-Z0-9_:]*)(\{[a-zA-Z_]\w*="([^"\\]|\\["\\n])*"(,[a-zA-Z_]\w*="([^"\\]|\\["\\n])*")*\})? ([0-9.eE+-]+))re");
-    std::smatch part;
-    if (std::regex_match(line, part, help)) {
-      EXPECT_TRUE(helped_.insert(part[1]).second) << "twice: " << line;
-      family_ = part[1];
-    } else if (std::regex_match(line, part, type)) {
-      EXPECT_EQ(part[1], family_) << "HELP and TYPE belong together";
-      EXPECT_TRUE(types_.emplace(part[1], part[2]).second) << "twice: " << line;
-    } else if (std::regex_match(line, part, sample)) {
-      const std::string name = part[1];
-      EXPECT_TRUE(IsOfFamily(name)) << line << " in " << family_;
-      EXPECT_TRUE(samples_.emplace(name + part[2].str(), std::stod(part[6])).second) << line;
-    } else {
-      ADD_FAILURE() << "not of the format: " << line;
-    }
-  }
-
-  bool IsOfFamily(const std::string& name) const {
-    if (TypeOf(family_) != "histogram") return name == family_;
-    return name == family_ + "_bucket" || name == family_ + "_sum" || name == family_ + "_count";
-  }
-
-  std::string family_;
-  std::set<std::string> helped_;
-  std::map<std::string, std::string> types_;
-  std::map<std::string, double> samples_;
-};
 
 node::AnsweredQuery Query(node::QueryKind kind, std::chrono::nanoseconds duration) {
   node::AnsweredQuery query;
