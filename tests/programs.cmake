@@ -1,5 +1,15 @@
 # Tests of the programs: recordings, voltaris-node, voltaris, and the examples.
 
+# JSON is held against its schemas.
+find_path(VTAPI_VALIJSON_INCLUDE valijson/validator.hpp REQUIRED)
+mark_as_advanced(VTAPI_VALIJSON_INCLUDE)
+
+# What tests of programs share: the programs run, and JSON held against its schema, whose validator
+# takes longest of all to compile.
+add_library(program_harness STATIC tools/answer_schema.cc tools/programs.cc)
+target_link_libraries(program_harness PRIVATE test_options)
+target_precompile_headers(program_harness REUSE_FROM test_pch)
+
 # Recordings: their form, and what is taken out of them.
 vtapi_test(
   recording_tests
@@ -8,8 +18,8 @@ vtapi_test(
   recording/quoted_text_test.cc
   recording/recording_file_test.cc
   recording/recording_text_test.cc
-  tools/programs.cc
   LIBRARIES
+  program_harness
   voltaris_recording)
 
 # The parts of voltaris-node, and the node as clients see it.
@@ -52,20 +62,68 @@ vtapi_test(
   node/spoil_test.cc
   node/state_file_test.cc
   node/tree_test.cc
-  tools/programs.cc
   LIBRARIES
+  program_harness
   voltaris_node_parts)
 add_dependencies(node_tests voltaris voltaris-node)
+
+# The parts of voltaris.
+vtapi_test(
+  tool_parts_tests
+  SOURCES
+  tool/alert_range_test.cc
+  tool/capture_file_test.cc
+  tool/captures.cc
+  tool/cell_text_test.cc
+  tool/check_judgement_test.cc
+  tool/check_options_test.cc
+  tool/command_line.cc
+  tool/commands_test.cc
+  tool/completion_test.cc
+  tool/configuration_test.cc
+  tool/core_files_test.cc
+  tool/host_names_test.cc
+  tool/message_source_test.cc
+  tool/ping_report_test.cc
+  tool/ping_statistics_test.cc
+  tool/power_text_test.cc
+  tool/printable_test.cc
+  tool/resolve_test.cc
+  tool/secret_file_test.cc
+  tool/target_test.cc
+  tool/usage_fault_test.cc
+  tool/verdict_test.cc
+  tool/watch_model_test.cc
+  tool/watch_order_test.cc
+  tool/watch_text_test.cc
+  tool/watch_view_test.cc
+  tool/watts_text_test.cc
+  LIBRARIES
+  program_harness
+  voltaris_tool_parts)
+add_dependencies(tool_parts_tests voltaris)
 
 # The programs, run as an operator runs them.
 vtapi_test(
   tools_tests
   SOURCES
-  tools/programs.cc
+  tools/terminal_screen.cc
+  tools/check_test.cc
   tools/examples_test.cc
+  tools/offline_commands_test.cc
+  tools/ping_test.cc
   tools/record_test.cc
+  tools/secrets_test.cc
+  tools/voltaris_codes_test.cc
+  tools/voltaris_formats_test.cc
+  tools/voltaris_many_test.cc
+  tools/voltaris_set_test.cc
+  tools/voltaris_targets_test.cc
   tools/voltaris_test.cc
-  tools/voltaris_node_test.cc)
+  tools/voltaris_node_test.cc
+  tools/watch_test.cc
+  LIBRARIES
+  program_harness)
 add_dependencies(
   tools_tests
   voltaris
@@ -77,31 +135,46 @@ add_dependencies(
 
 # Prints what a fleet of 10,000 devices takes, and one of 100,000.
 add_executable(fleet_figures EXCLUDE_FROM_ALL node/fleet_figures.cc
-                                              node/node_support.cc tools/programs.cc)
-target_link_libraries(fleet_figures PRIVATE test_options voltaris_node_parts harness vtapi)
+                                              node/node_support.cc)
+target_link_libraries(fleet_figures PRIVATE test_options program_harness voltaris_node_parts harness vtapi)
 target_precompile_headers(fleet_figures REUSE_FROM test_pch)
 set_target_properties(fleet_figures PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/..")
 
 # Likewise, of the program under load; run by scripts/node-load.
-add_executable(node_load EXCLUDE_FROM_ALL node/node_load.cc node/node_support.cc tools/programs.cc)
-target_link_libraries(node_load PRIVATE test_options voltaris_node_parts harness vtapi)
+add_executable(node_load EXCLUDE_FROM_ALL node/node_load.cc node/node_support.cc)
+target_link_libraries(node_load PRIVATE test_options program_harness voltaris_node_parts harness vtapi)
 target_precompile_headers(node_load REUSE_FROM test_pch)
 set_target_properties(node_load PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/..")
 
 add_subdirectory("${PROJECT_SOURCE_DIR}/examples" "${CMAKE_BINARY_DIR}/examples")
 
-# Options are the same in both word sizes.
+# What manuals and documents say of the programs, held against the programs. It is the same in both
+# word sizes.
+function(vtapi_document_test name script)
+  if(Python3_Interpreter_FOUND)
+    add_test(NAME ${name}
+             COMMAND "${Python3_EXECUTABLE}" -B
+                     "${CMAKE_CURRENT_SOURCE_DIR}/documents/${script}" ${ARGN})
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  else()
+    add_test(NAME ${name} COMMAND "${CMAKE_COMMAND}" -E echo "there is no python3")
+    set_tests_properties(${name} PROPERTIES SKIP_REGULAR_EXPRESSION "there is no python3")
+  endif()
+endfunction()
+
 if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
   find_package(Python3 COMPONENTS Interpreter QUIET)
-  if(Python3_Interpreter_FOUND)
-    add_test(
-      NAME manual_of_voltaris_node
-      COMMAND
-        "${Python3_EXECUTABLE}" -B "${CMAKE_CURRENT_SOURCE_DIR}/documents/check_manual.py"
-        "${PROJECT_SOURCE_DIR}/docs/man/voltaris-node.8.scd" "$<TARGET_FILE:voltaris-node>" probe)
-  else()
-    add_test(NAME manual_of_voltaris_node COMMAND "${CMAKE_COMMAND}" -E echo "there is no python3")
-    set_tests_properties(manual_of_voltaris_node PROPERTIES SKIP_REGULAR_EXPRESSION
-                                                            "there is no python3")
-  endif()
+  set(documents "${PROJECT_SOURCE_DIR}/docs")
+  set(program_folder "$<TARGET_FILE_DIR:voltaris>")
+  vtapi_document_test(manual_of_voltaris_node check_manual.py
+                      "${documents}/man/voltaris-node.8.scd" "$<TARGET_FILE:voltaris-node>" probe)
+  vtapi_document_test(manual_of_voltaris check_manual.py "${documents}/man/voltaris.1.scd"
+                      "$<TARGET_FILE:voltaris>")
+  vtapi_document_test(manual_of_settings check_settings.py "${documents}/man/voltaris.conf.5.scd"
+                      "$<TARGET_FILE:voltaris>")
+  vtapi_document_test(examples_in_helps check_examples.py "${program_folder}"
+                      "${PROJECT_SOURCE_DIR}/examples")
+  vtapi_document_test(sessions_in_documents check_sessions.py "${program_folder}"
+                      "${PROJECT_SOURCE_DIR}/examples" "${PROJECT_SOURCE_DIR}/README.md"
+                      "${documents}/cli.md")
 endif()

@@ -1,6 +1,7 @@
 #include "tools/answer.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <type_traits>
 #include <unordered_set>
@@ -42,40 +43,61 @@ Value ValueOf(const voltaris::EntityId& /*id*/) { return {}; }
 Value ValueOf(const voltaris::Neighbor& /*neighbor*/) { return {}; }
 Value ValueOf(const voltaris::Recurrence& /*recurrence*/) { return {}; }
 
-Value Read(const voltaris::Row& row, const Attribute& column) {
+Value Read(const voltaris::Row& row, const Attribute& attribute) {
   Value value;
-  voltaris::visit_attribute(column.number, [&row, &value](auto attribute) {
-    if (const auto told = row.get(attribute)) value = ValueOf(*told);
+  voltaris::visit_attribute(attribute.number, [&row, &value](auto known) {
+    if (const auto told = row.get(known)) value = ValueOf(*told);
   });
   return value;
 }
 
-bool HoldsNothing(const Row& row) {
-  return std::ranges::all_of(
-      row.values, [](const Value& value) { return std::holds_alternative<std::monostate>(value); });
+std::vector<EntityName> NamesOf(std::span<const AckEntry> entries) {
+  std::vector<EntityName> names;
+  names.reserve(entries.size());
+  for (const AckEntry& entry : entries) {
+    const voltaris::EntityId id(entry);
+    names.push_back({id.device.text(), id.index});
+  }
+  std::ranges::sort(names);
+  return names;
 }
 
 }  // namespace
 
-Answer ReadAnswer(const voltaris::Results& results, const std::vector<const Attribute*>& columns) {
-  Answer answer;
-  answer.columns = columns;
-  answer.acknowledged = results.accepted().size();
-  answer.refused = results.refused().size();
-  answer.failure = results.failure();
-  answer.timed_out = results.outcome() == voltaris::Outcome::kIdle ||
-                     results.outcome() == voltaris::Outcome::kDeadline;
+bool HoldsNothing(const voltaris::Row& row) {
+  const auto* values = row.cursor().row;
+  return values == nullptr || values->attributes.head == nullptr;
+}
 
-  std::unordered_set<voltaris::EntityId> acknowledged;
-  for (const AckEntry& entry : results.accepted()) acknowledged.emplace(entry);
+Answer ReadAnswer(const voltaris::Results& results,
+                  const std::vector<const Attribute*>& attributes) {
+  Answer answer;
+  answer.accepted = NamesOf(results.accepted());
+  answer.refused = NamesOf(results.refused());
+  std::unordered_set<voltaris::EntityId> accepted;
+  for (const AckEntry& entry : results.accepted()) accepted.emplace(entry);
   for (const voltaris::Row row : results.rows()) {
-    Row read{row.device().text(), row.entity(), {}};
-    for (const Attribute* column : columns) read.values.push_back(Read(row, *column));
     // A refusal that names an entity makes a row of its own, which says nothing.
-    if (HoldsNothing(read) && !acknowledged.contains(row.id())) continue;
+    if (HoldsNothing(row) && !accepted.contains(row.id())) continue;
+    Row read{row.device().text(), row.entity(), {}};
+    for (const Attribute* attribute : attributes) read.values.push_back(Read(row, *attribute));
     answer.rows.push_back(std::move(read));
   }
   return answer;
+}
+
+NodeAnswer ReadNodeAnswer(const Target& target, unsigned attempts, const voltaris::Results& results,
+                          const std::vector<const Attribute*>& attributes) {
+  NodeAnswer node{&target, {}, attempts, results.counters(), ReadAnswer(results, attributes)};
+  const std::optional<voltaris::Error> failure = results.failure();
+  node.verdict = Judge({.outcome = results.outcome(),
+                        .error_number = results.error_number(),
+                        .lacked_memory = failure && failure->cause == voltaris::Cause::kNoMemory,
+                        .counters = results.counters(),
+                        .rows = node.answer.rows.size(),
+                        .accepted = node.answer.accepted.size(),
+                        .refused = node.answer.refused.size()});
+  return node;
 }
 
 }  // namespace vt::tools

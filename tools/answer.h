@@ -1,18 +1,21 @@
-// The answer to a query as plain data: what the library's rows held, read once and kept, so that it
+// The answers of nodes as plain data: what the library's rows held, read once and kept, so that it
 // can be printed in any form after the library's own records are gone.
 #ifndef VT_TOOLS_ANSWER_H_
 #define VT_TOOLS_ANSWER_H_
 
-#include <cstddef>
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 #include "vtapi.hpp"
 
 #include "tools/attributes.h"
+#include "tools/target.h"
+#include "tools/verdict.h"
 
 namespace vt::tools {
 
@@ -35,21 +38,48 @@ using Value = std::variant<std::monostate, std::string, std::int64_t, Power, Pow
 struct Row {
   std::string device;  // the identity, as text or as hexadecimal digits
   std::uint32_t entity = 0;
-  std::vector<Value> values;  // one for each column
+  std::vector<Value> values;  // one for each attribute that was asked for
 };
 
-struct Answer {
-  std::vector<const Attribute*> columns;
-  std::vector<Row> rows;
-  std::size_t acknowledged = 0;
-  std::size_t refused = 0;
-  std::optional<voltaris::Error> failure;  // why it is not complete
-  bool timed_out = false;
+// EntityName names a part of a device.
+struct EntityName {
+  std::string device;
+  std::uint32_t entity = 0;
+
+  friend bool operator==(const EntityName&, const EntityName&) = default;
+  friend auto operator<=>(const EntityName& a, const EntityName& b) {
+    return std::tie(a.device, a.entity) <=> std::tie(b.device, b.entity);
+  }
 };
+
+// Answer is what one node told: values, and who will and who will not do what the query says, both
+// in ascending order.
+struct Answer {
+  std::vector<Row> rows;
+  std::vector<EntityName> accepted;
+  std::vector<EntityName> refused;
+};
+
+// NodeAnswer is how the question to one node ended, with what came of it.
+struct NodeAnswer {
+  const Target* target = nullptr;  // of the options
+  Verdict verdict;
+  unsigned attempts = 0;
+  CollectionCounters counters{};
+  Answer answer;
+};
+
+// HoldsNothing tells rows without a value, apart from the address that every row has.
+bool HoldsNothing(const voltaris::Row& row);
 
 // ReadAnswer takes the values of all rows. Rows that hold nothing and stand for a refusal
 // alone are left out.
-Answer ReadAnswer(const voltaris::Results& results, const std::vector<const Attribute*>& columns);
+Answer ReadAnswer(const voltaris::Results& results,
+                  const std::vector<const Attribute*>& attributes);
+
+// ReadNodeAnswer is the answer of a node with the verdict on it.
+NodeAnswer ReadNodeAnswer(const Target& target, unsigned attempts, const voltaris::Results& results,
+                          const std::vector<const Attribute*>& attributes);
 
 }  // namespace vt::tools
 

@@ -79,6 +79,12 @@ bool HasUnits(const Attribute& attribute) {
          attribute.kind == ValueKind::kDeltaVector;
 }
 
+std::string KeyOf(const Attribute& attribute) {
+  std::string key(attribute.name);
+  std::ranges::replace(key, '-', '_');
+  return key;
+}
+
 std::string AttributeHelp() {
   constexpr std::size_t column = 18;
   std::string help;

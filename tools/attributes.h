@@ -42,6 +42,9 @@ const Attribute& FindAttribute(std::string_view name);
 // HasUnits tells whether the library puts a units column behind this one.
 bool HasUnits(const Attribute& attribute);
 
+// KeyOf is the name as outputs for programs have it: with underscores for hyphens.
+std::string KeyOf(const Attribute& attribute);
+
 // AttributeHelp is one line of text for each attribute.
 std::string AttributeHelp();
 

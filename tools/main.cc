@@ -1,84 +1,99 @@
 // voltaris: collects, sets, sums up and records attributes of devices from the command line. The
-// answer goes to standard output; messages and the library's log go to standard error.
+// answer goes to standard output; everything else goes to standard error.
 
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <csignal>
 #include <exception>
 #include <iostream>
+#include <string>
 
-#include "vtapi.hpp"
-
+#include "tools/check_command.h"
+#include "tools/console.h"
 #include "tools/exit_code.h"
 #include "tools/options.h"
-#include "tools/output.h"
-#include "tools/query_command.h"
+#include "tools/ping_command.h"
+#include "tools/read_command.h"
 #include "tools/record_command.h"
+#include "tools/set_command.h"
+#include "tools/standard_descriptors.h"
+#include "tools/standard_output.h"
+#include "tools/stop_signals.h"
+#include "tools/watch_command.h"
 
 namespace vt::tools {
 namespace {
 
-bool WantsColour() {
-  const char* no_colour = std::getenv("NO_COLOR");
-  if (no_colour != nullptr && *no_colour != '\0') return false;
-  const char* terminal = std::getenv("TERM");
-  if (terminal == nullptr || std::strcmp(terminal, "dumb") == 0) return false;
-  return isatty(STDOUT_FILENO) == 1;
+void PrepareProcess(Options& options) {
+  // A reader that has gone is noticed where it is written to.
+  if (std::signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
+    throw Failure(kExitInternal, "signals cannot be ignored");
+  }
+  CatchStopSignals();
+  options.console.progress = options.progress == When::kAuto && options.console.verbosity >= 0 &&
+                             isatty(STDERR_FILENO) == 1;
+  OpenConsole(options.console);
 }
 
-void Complain(const std::string& message) { std::cerr << "voltaris: " << message << std::endl; }
-
-ExitCode Judge(const Answer& answer) {
-  if (answer.timed_out) {
-    Complain("the answer is incomplete: the time was up before the node had ended it");
-    return kExitIncomplete;
-  }
-  if (answer.failure) {
-    const bool lacked_memory = answer.failure->cause == voltaris::Cause::kNoMemory;
-    Complain(std::string("the answer is incomplete: ") +
-             (lacked_memory ? "out of memory" : std::strerror(answer.failure->number)));
-    return kExitIncomplete;
-  }
-  if (!answer.rows.empty() || answer.acknowledged > 0) return kExitOk;
-  Complain(answer.refused > 0
-               ? "no device accepted the query (see --role, --name, --keyword, --priority)"
-               : "nothing answered: no device is in the domain, or the keys differ");
-  return kExitNothingAnswered;
-}
-
-// Record writes what was answered, when it is whole.
-ExitCode Record(const Options& options) {
-  const Recorded recorded = RunRecord(options);
-  const ExitCode code = Judge(recorded.answer);
-  if (code != kExitOk) return code;
-  if (recorded.recording.entities.empty()) {
-    Complain("the devices have nothing of what was asked for");
-    return kExitNothingAnswered;
-  }
-  WriteRecorded(recorded.recording, options);
-  return kExitOk;
-}
-
-ExitCode Run(int argc, const char* const* argv) {
-  const std::optional<Options> options = ParseOptions(argc, argv);
-  if (!options) return kExitOk;
-  voltaris::set_log(static_cast<voltaris::LogLevel>(options->log_level), stderr);
-  if (options->command == Command::kRecord) return Record(*options);
-  const Answer answer = RunQuery(*options);
-  PrintAnswer(std::cout, answer, *options, WantsColour());
+void EndOutput() {
   std::cout.flush();
   if (!std::cout) throw Failure(kExitInternal, "standard output cannot be written");
-  return Judge(answer);
+}
+
+// Act runs a command that asks no node. It ends by signals as any filter does.
+int Act(const Options& options) {
+  OpenConsole(options.console);
+  const ExitCode code = options.action({std::cin, std::cout, Complain});
+  EndOutput();
+  return code;
+}
+
+int Run(int argc, const char* const* argv) {
+  // Whoever started this may ignore the signal, which is how filters learn that nobody reads them.
+  (void)std::signal(SIGPIPE, SIG_DFL);
+  std::optional<Options> options;
+  try {
+    options = ParseOptions(argc, argv);
+  } catch (const CheckFailure& failure) {
+    return TellCheckFailure(failure);
+  }
+  if (!options) {
+    EndOutput();
+    return kExitOk;
+  }
+  if (options->action) return Act(*options);
+  PrepareProcess(*options);
+  switch (options->command) {
+    case Command::kCollect:
+    case Command::kSum:
+      return RunRead(*options);
+    case Command::kSet:
+      return RunSet(*options);
+    case Command::kRecord:
+      return RunRecord(*options);
+    case Command::kCheck:
+      return RunCheck(*options);
+    case Command::kPing:
+      return RunPing(*options);
+    case Command::kWatch:
+      return RunWatch(*options);
+  }
+  return kExitUsage;
 }
 
 }  // namespace
 }  // namespace vt::tools
 
 int main(int argc, char** argv) {
+  vt::tools::HoldStandardDescriptors();
   try {
     return vt::tools::Run(argc, argv);
+  } catch (const vt::tools::NoReader&) {
+    // As if the signal had ended it, which shells expect in front of a pipe.
+    return vt::tools::kExitSignal + SIGPIPE;
+  } catch (const vt::tools::Failures& failures) {
+    for (const std::string& line : failures.lines()) vt::tools::Complain(line);
+    return failures.code();
   } catch (const vt::tools::Failure& failure) {
     vt::tools::Complain(failure.what());
     return failure.code();

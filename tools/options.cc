@@ -1,256 +1,77 @@
 #include "tools/options.h"
 
-#include <CLI/CLI.hpp>
-#include <arpa/inet.h>
-
 #include <algorithm>
-#include <charconv>
-#include <cstdlib>
-#include <iostream>
+#include <array>
+#include <span>
+#include <string_view>
+#include <utility>
 
 #include "recording/attribute_lines.h"
+#include "tools/command_line.h"
+#include "tools/configuration.h"
 #include "tools/exit_code.h"
+#include "tools/help_texts.h"
+#include "tools/live_options.h"
+#include "tools/target_selection.h"
 
 namespace vt::tools {
 namespace {
 
-constexpr std::size_t kIdentityLength = 36;
-constexpr std::size_t kDeviceIdLength = 32;
-
-// What the command line says, word for word.
-struct RawOptions {
-  std::string node;
-  std::optional<unsigned> port;
-  std::string domain;
-  std::string key_file;
-  std::string identity;
-  unsigned priority = 100;
-  unsigned timeout = 6;
-  std::string log_level = "warn";
-  std::string format = "table";
-  std::vector<std::string> names, roles, keywords, ids, categories;
-  std::vector<std::string> attributes, listed_attributes;
-  std::vector<std::string> assignments;
-  std::string output_file;
-  bool anonymize = false;
+template <typename T>
+struct Word {
+  std::string_view word;
+  T value;
 };
 
-constexpr const char* kExitCodeHelp =
-    "Exit codes: 0 devices answered; 1 nothing answered; 2 wrong usage; 3 no connection to the\n"
-    "node; 4 incomplete, by the time-out or a read error; 5 internal failure.\n";
-
-constexpr const char* kEnvironmentHelp =
-    "Environment: VOLTARIS_NODE, VOLTARIS_DOMAIN and VOLTARIS_KEY_FILE stand in for --node, "
-    "--domain\n"
-    "and --key-file. NO_COLOR switches colours off.\n";
-
-constexpr const char* kSelectionHelp =
-    "Without --name, --role, --keyword and --id every device of the domain is meant. Options of\n"
-    "different kinds must all hold, of the same kind one. Names and roles may end in a star.\n"
-    "Devices obey queries whose priority is not below their importance.\n";
-
-std::string GeneralFooter() {
-  return "Examples:\n"
-         "  voltaris collect\n"
-         "  voltaris set --role lamp level=3\n"
-         "  voltaris sum --role lamp\n"
-         "  voltaris record -o office.recording\n"
-         "  voltaris --node 192.0.2.7:7440 --domain office --key-file ~/office.key collect\n\n" +
-         std::string(kExitCodeHelp) + "\n" + kEnvironmentHelp;
+// WordOf is what the word of a setting means; Configuration has seen to it that it is one of them.
+template <typename T, std::size_t size>
+T WordOf(const Configuration& configuration, std::string_view setting,
+         const std::array<Word<T>, size>& words) {
+  const std::string text = configuration.Text(setting).value_or("");
+  return std::ranges::find(words, text, &Word<T>::word)->value;
 }
 
-std::string CollectFooter() {
-  return "Examples:\n"
-         "  voltaris collect\n"
-         "  voltaris collect name role keywords --keyword floor2\n"
-         "  voltaris collect -a usage,usage-vector --name 'lamp*' -o json\n\n"
-         "Attributes:\n" +
-         AttributeHelp() + "\n" + kSelectionHelp + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
+constexpr std::array kFormats = {
+    Word<Format>{"table", Format::kTable}, Word<Format>{"json", Format::kJson},
+    Word<Format>{"ndjson", Format::kNdjson}, Word<Format>{"csv", Format::kCsv},
+    Word<Format>{"prom", Format::kProm}};
+constexpr std::array kLogFormats = {Word<LogFormat>{"text", LogFormat::kText},
+                                    Word<LogFormat>{"json", LogFormat::kJson}};
+constexpr std::array kColorWhen = {Word<When>{"auto", When::kAuto},
+                                   Word<When>{"always", When::kAlways},
+                                   Word<When>{"never", When::kNever}};
+constexpr std::array kProgressWhen = {Word<When>{"auto", When::kAuto},
+                                      Word<When>{"never", When::kNever}};
+
+void ResolveNodes(const Configuration& configuration, const std::string& home, Options& options) {
+  options.targets = SelectTargets(configuration, home);
+  options.domain = configuration.Text("domain").value_or("");
+  options.key_file = configuration.Text("key-file");
+  options.id_file = configuration.Text("id-file");
+  options.priority = static_cast<std::uint8_t>(configuration.Number("priority"));
 }
 
-std::string SetFooter() {
-  return "Examples:\n"
-         "  voltaris set --role lamp level=3\n"
-         "  voltaris set --name printer-2 name=printer-west importance=40\n\n"
-         "Attributes that can be set: name, role, keywords, level, importance.\n\n" +
-         std::string(kSelectionHelp) + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
+void ResolveLimits(const Configuration& configuration, Options& options) {
+  options.connect_timeout = configuration.Wait("connect-timeout").value_or(options.connect_timeout);
+  options.device_timeout = std::chrono::seconds(configuration.Number("device-timeout"));
+  options.timeout = configuration.Wait("timeout").value_or(options.timeout);
+  options.retries = static_cast<unsigned>(configuration.Number("retries"));
+  options.fanout = static_cast<std::uint32_t>(configuration.Number("fanout"));
 }
 
-std::string SumFooter() {
-  return "Examples:\n"
-         "  voltaris sum --role lamp\n"
-         "  voltaris sum -a usage,delta-vector -o json\n\n"
-         "Attributes: usage (the default), delta-vector.\n\n" +
-         std::string(kSelectionHelp) + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
-}
+int VerbosityOf(const RawOptions& raw) { return raw.quiet ? -1 : raw.verbose; }
 
-std::string RecordableWords() {
-  std::string words;
-  for (const recording::AttributeLines& row : recording::RecordableAttributes()) {
-    // In lines of a width that terminals have.
-    constexpr std::size_t width = 90;
-    const std::size_t line = words.size() - (words.rfind('\n') + 1);
-    if (!words.empty()) words += line + row.word().size() > width ? ",\n  " : ", ";
-    if (words.empty()) words = "  ";
-    words += row.word();
-  }
-  return words + '\n';
-}
-
-std::string RecordFooter() {
-  return "Examples:\n"
-         "  voltaris record -o office.recording\n"
-         "  voltaris record name usage level -n 192.0.2.7 -d office --role lamp -o "
-         "lamps.recording\n"
-         "  voltaris record --anonymize -o for-the-bug-report.recording\n"
-         "  voltaris-node --replay office.recording      answers as the recorded devices did\n\n"
-         "A recording is text, one value a line. It is written when the answer is complete, or "
-         "not\n"
-         "at all. Without --output it goes to standard output.\n\n"
-         "--anonymize replaces identities by digests under a key that is made for this one\n"
-         "recording and forgotten, and the domain, names, roles, keywords, labels, other texts "
-         "and\n"
-         "addresses by counted stand-ins; equal ones stay equal. Numbers stay.\n\n"
-         "Attributes:\n" +
-         RecordableWords() + "\n" + kSelectionHelp + "\n" + kExitCodeHelp + "\n" + kEnvironmentHelp;
-}
-
-void AddCommonOptions(CLI::App& app, RawOptions& raw) {
-  app.add_option("-n,--node", raw.node, "node to ask, IPv4 (default 127.0.0.1:7440)")
-      ->type_name("HOST[:PORT]");
-  app.add_option("--port", raw.port, "TCP port of the node, instead of :PORT")->type_name("PORT");
-  app.add_option("-d,--domain", raw.domain, "domain of the devices (default: default)")
-      ->type_name("TEXT");
-  app.add_option("-p,--priority", raw.priority, "priority, 0 to 255 (default 100)")
-      ->type_name("N")
-      ->check(CLI::Range(0, 255));
-  app.add_option("-k,--key-file", raw.key_file,
-                 "file with the key: 20 raw bytes or 40 hexadecimal digits")
-      ->type_name("FILE");
-  app.add_option("--identity", raw.identity,
-                 "36 characters that name the sender (default: made afresh)")
-      ->type_name("TEXT");
-  app.add_option("-t,--timeout", raw.timeout,
-                 "seconds that devices may take, 1 to 180 (default 6); voltaris waits 2 more")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(1, 180));
-  app.add_option("--log-level", raw.log_level,
-                 "lines of the library on standard error: trace, debug, info, warn (default), "
-                 "error, fatal, off")
-      ->type_name("LEVEL");
-}
-
-void AddSelection(CLI::App& app, RawOptions& raw) {
-  app.add_option("--name", raw.names, "devices of this name; repeatable")
-      ->type_name("TEXT")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-  app.add_option("--role", raw.roles, "devices of this role; repeatable")
-      ->type_name("TEXT")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-  app.add_option("--keyword", raw.keywords, "devices with this keyword; repeatable")
-      ->type_name("TEXT")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-  app.add_option("--id", raw.ids, "the device of this identity, 32 characters; repeatable")
-      ->type_name("ID")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-  app.add_option("--category", raw.categories,
-                 "consumer, producer, meter or any; repeatable (default: collect any, otherwise "
-                 "consumer)")
-      ->type_name("WORD")
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-}
-
-void AddOutput(CLI::App& app, RawOptions& raw) {
-  app.add_option("-o,--output", raw.format, "table (default), json or csv")->type_name("FORMAT");
-}
-
-void AddAttributes(CLI::App& app, RawOptions& raw, const std::string& defaults) {
-  app.add_option("attribute", raw.attributes, "attributes to show (default: " + defaults + ")");
-  app.add_option("-a,--attribute", raw.listed_attributes, "the same; repeatable, or with commas")
-      ->type_name("NAME")
-      ->delimiter(',')
-      ->expected(1)
-      ->allow_extra_args(false)
-      ->take_all();
-}
-
-void AddRecordOptions(CLI::App& app, RawOptions& raw) {
-  AddAttributes(app, raw, "all that a device can have");
-  app.add_option("-o,--output", raw.output_file, "where to write it (default: standard output)")
-      ->type_name("FILE");
-  app.add_flag("--anonymize", raw.anonymize, "leave out whose devices they are, see below");
-}
-
-unsigned ParseNumber(const std::string& text, unsigned limit, const std::string& what) {
-  unsigned value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end || value > limit) {
-    throw Failure(kExitUsage, what + " must be a number from 0 to " + std::to_string(limit) +
-                                  ", not '" + text + "'");
-  }
-  return value;
-}
-
-std::string FromEnvironment(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value == nullptr ? "" : value;
-}
-
-const std::string& Either(const std::string& first, const std::string& second) {
-  return first.empty() ? second : first;
-}
-
-void ResolveNode(const RawOptions& raw, Options& options) {
-  const std::string environment = FromEnvironment("VOLTARIS_NODE");
-  std::string node = Either(raw.node, environment);
-  if (const std::size_t colon = node.rfind(':'); colon != std::string::npos) {
-    options.port =
-        static_cast<std::uint16_t>(ParseNumber(node.substr(colon + 1), 65535, "the port"));
-    node.resize(colon);
-  }
-  if (!node.empty()) options.host = node;
-  if (raw.port) {
-    options.port =
-        static_cast<std::uint16_t>(ParseNumber(std::to_string(*raw.port), 65535, "the port"));
-  }
-  in_addr address{};
-  if (inet_pton(AF_INET, options.host.c_str(), &address) != 1) {
-    throw Failure(kExitUsage,
-                  "the node must be an IPv4 address such as 127.0.0.1, not '" + options.host + "'");
-  }
-}
-
-std::uint32_t ParseLogLevel(const std::string& word) {
-  constexpr std::array<std::string_view, 7> words = {"trace", "debug", "info", "warn",
-                                                     "error", "fatal", "off"};
-  const auto found = std::ranges::find(words, word);
-  if (found == words.end()) throw Failure(kExitUsage, "there is no log level '" + word + "'");
-  return static_cast<std::uint32_t>(found - words.begin());
-}
-
-Format ParseFormat(const std::string& word) {
-  if (word == "table") return Format::kTable;
-  if (word == "json") return Format::kJson;
-  if (word == "csv") return Format::kCsv;
-  throw Failure(kExitUsage, "the output is table, json or csv, not '" + word + "'");
+void ResolveTalk(const Configuration& configuration, const RawOptions& raw, Options& options) {
+  options.console.format = WordOf(configuration, "log-format", kLogFormats);
+  options.console.verbosity = VerbosityOf(raw);
+  options.output.color = WordOf(configuration, "color", kColorWhen);
+  options.progress = WordOf(configuration, "progress", kProgressWhen);
 }
 
 void CheckIds(const std::vector<std::string>& ids) {
   for (const std::string& id : ids) {
-    if (id.size() == kDeviceIdLength) continue;
-    throw Failure(kExitUsage, "an --id has " + std::to_string(kDeviceIdLength) +
-                                  " characters, and '" + id + "' has " + std::to_string(id.size()));
+    const voltaris::Expected<voltaris::DeviceId> device = voltaris::DeviceId::from_text(id);
+    if (!device) throw Failure(kExitUsage, "--id: " + device.error().text);
   }
 }
 
@@ -272,38 +93,14 @@ std::vector<voltaris::Category> CategoriesOf(const RawOptions& raw, Command comm
                     "a category is consumer, producer, meter or any, not '" + word + "'");
     }
   }
-  const bool reads = command == Command::kCollect || command == Command::kRecord;
+  const bool reads = command == Command::kCollect || command == Command::kRecord ||
+                     command == Command::kPing || command == Command::kWatch;
   if (categories.empty() && reads) return any;
   return categories;
 }
 
-std::vector<std::string> DefaultAttributes(Command command) {
-  if (command == Command::kSum) return {"usage"};
-  return {"name", "usage", "level"};
-}
-
-void AddColumn(const Attribute& attribute, std::vector<const Attribute*>& columns) {
-  if (std::ranges::find(columns, &attribute) == columns.end()) columns.push_back(&attribute);
-}
-
-void ResolveAttributes(const RawOptions& raw, Options& options) {
-  std::vector<std::string> names = raw.attributes;
-  names.insert(names.end(), raw.listed_attributes.begin(), raw.listed_attributes.end());
-  if (names.empty()) names = DefaultAttributes(options.command);
-  for (const std::string& name : names) {
-    const Attribute& attribute = FindAttribute(name);
-    if (options.command == Command::kSum && attribute.number != voltaris::usage.number &&
-        attribute.number != voltaris::delta_vector.number) {
-      throw Failure(kExitUsage,
-                    "a sum can be had of usage and of delta-vector, not of '" + name + "'");
-    }
-    AddColumn(attribute, options.attributes);
-  }
-}
-
 void ResolveRecorded(const RawOptions& raw, Options& options) {
-  std::vector<std::string> names = raw.attributes;
-  names.insert(names.end(), raw.listed_attributes.begin(), raw.listed_attributes.end());
+  const std::vector<std::string> names = raw.named_attributes();
   for (const std::string& name : names) {
     if (recording::FindRecordable(name) != nullptr) continue;
     throw Failure(kExitUsage, "there is no attribute '" + name +
@@ -313,6 +110,7 @@ void ResolveRecorded(const RawOptions& raw, Options& options) {
     const bool wanted = names.empty() || std::ranges::find(names, row.word()) != names.end();
     if (wanted) options.recorded.push_back(row.number);
   }
+  if (options.targets.size() > 1) throw Failure(kExitUsage, "record takes one node");
   if (!raw.output_file.empty()) options.output_file = raw.output_file;
   options.anonymize = raw.anonymize;
 }
@@ -330,6 +128,20 @@ Assignment ParseAssignment(const std::string& text) {
   return {&attribute, text.substr(equals + 1)};
 }
 
+// What a set shows: which device, what it uses now, and what was set. The request for a name has no
+// value and that for the usage is of an attribute that cannot be set, so that devices take neither
+// for something to set.
+void AddSetAttributes(Options& options) {
+  const Attribute& name = FindAttribute("name");
+  const bool sets_name = std::ranges::find(options.assignments, &name, &Assignment::attribute) !=
+                         options.assignments.end();
+  if (!sets_name) options.attributes.push_back(&name);
+  options.attributes.push_back(&FindAttribute("usage"));
+  for (const Assignment& assignment : options.assignments) {
+    options.attributes.push_back(assignment.attribute);
+  }
+}
+
 void ResolveAssignments(const RawOptions& raw, Options& options) {
   for (const std::string& text : raw.assignments) {
     const Assignment assignment = ParseAssignment(text);
@@ -340,100 +152,75 @@ void ResolveAssignments(const RawOptions& raw, Options& options) {
     }
     options.assignments.push_back(assignment);
   }
+  AddSetAttributes(options);
+  options.dry_run = raw.dry_run;
+  options.yes = raw.yes;
+  options.max_devices = raw.max_devices;
 }
 
-Options Resolve(const RawOptions& raw, Command command) {
+Options Resolve(const RawOptions& raw, Command command, const ConfigurationSources& sources) {
+  const Configuration configuration = Configuration::Load(sources);
   Options options;
   options.command = command;
-  ResolveNode(raw, options);
-  const std::string domain = Either(raw.domain, FromEnvironment("VOLTARIS_DOMAIN"));
-  if (!domain.empty()) options.domain = domain;
-  const std::string key_file = Either(raw.key_file, FromEnvironment("VOLTARIS_KEY_FILE"));
-  if (!key_file.empty()) options.key_file = key_file;
-  if (!raw.identity.empty()) {
-    if (raw.identity.size() != kIdentityLength) {
-      throw Failure(kExitUsage, "the identity must have 36 characters, and has " +
-                                    std::to_string(raw.identity.size()));
-    }
-    options.identity = raw.identity;
-  }
-  options.priority = static_cast<std::uint8_t>(raw.priority);
-  options.timeout_seconds = static_cast<std::uint8_t>(raw.timeout);
-  options.log_level = ParseLogLevel(raw.log_level);
-  options.format = ParseFormat(raw.format);
+  ResolveNodes(configuration, HomeOf(sources), options);
+  ResolveLimits(configuration, options);
+  ResolveTalk(configuration, raw, options);
   CheckIds(raw.ids);
   options.names = raw.names;
   options.roles = raw.roles;
   options.keywords = raw.keywords;
   options.ids = raw.ids;
   options.categories = CategoriesOf(raw, command);
-  if (command == Command::kSet) {
-    ResolveAssignments(raw, options);
-  } else if (command == Command::kRecord) {
+  if (command == Command::kRecord) {
     ResolveRecorded(raw, options);
-  } else {
-    ResolveAttributes(raw, options);
+    return options;
   }
+  if (IsLive(command)) {
+    ResolveLive(raw.live, configuration, options);
+    return options;
+  }
+  options.output.format = WordOf(configuration, "output", kFormats);
+  if (command == Command::kSet) ResolveAssignments(raw, options);
+  ResolveOutput(configuration, raw.named_attributes(), options);
   return options;
+}
+
+// A configuration that is wrong does not keep commands that ask no node from working.
+LogFormat LogFormatOf(const ConfigurationSources& sources) {
+  try {
+    return WordOf(Configuration::Load(sources), "log-format", kLogFormats);
+  } catch (const Failure&) {
+    const auto flag = sources.flags.find("log-format");
+    const bool is_json = flag != sources.flags.end() && flag->second.back() == "json";
+    return is_json ? LogFormat::kJson : LogFormat::kText;
+  }
+}
+
+// The commands that ask no node have no use for settings, but for how they tell what is wrong.
+Options OptionsOfAction(CommandLine& line) {
+  Options options;
+  options.console.format = LogFormatOf(line.action_sources());
+  options.console.verbosity = VerbosityOf(line.raw());
+  options.action = std::move(line.action());
+  return options;
+}
+
+std::optional<Options> Parse(CommandLine& line, int argc, const char* const* argv) {
+  if (!line.Parse(argc, argv)) return std::nullopt;
+  if (line.action()) return OptionsOfAction(line);
+  return Resolve(line.raw(), line.command(), line.sources());
 }
 
 }  // namespace
 
-std::string CommandName(Command command) {
-  switch (command) {
-    case Command::kCollect:
-      return "collect";
-    case Command::kSet:
-      return "set";
-    case Command::kSum:
-      return "sum";
-    case Command::kRecord:
-      return "record";
-  }
-  return "";
-}
-
 std::optional<Options> ParseOptions(int argc, const char* const* argv) {
-  RawOptions raw;
-  CLI::App app("Queries and configures the devices of a power-management network.", "voltaris");
-  app.set_version_flag("--version", std::string("voltaris, libvtapi ").append(voltaris::version()));
-  app.footer(GeneralFooter());
-  app.require_subcommand(1);
-  AddCommonOptions(app, raw);
-
-  CLI::App* collect = app.add_subcommand("collect", "Reads attributes of devices.");
-  collect->footer(CollectFooter());
-  AddAttributes(*collect, raw, "name usage level");
-  CLI::App* set =
-      app.add_subcommand("set", "Sets attributes of devices and shows what came of it.");
-  set->footer(SetFooter());
-  set->add_option("assignment", raw.assignments, "what to set")
-      ->type_name("ATTRIBUTE=VALUE")
-      ->required();
-  CLI::App* sum = app.add_subcommand("sum", "Sums up the usage of devices.");
-  sum->footer(SumFooter());
-  AddAttributes(*sum, raw, "usage");
-  CLI::App* record =
-      app.add_subcommand("record", "Records devices, for voltaris-node to answer as they did.");
-  record->footer(RecordFooter());
-  AddRecordOptions(*record, raw);
-  for (CLI::App* command : {collect, set, sum, record}) {
-    AddCommonOptions(*command, raw);
-    AddSelection(*command, raw);
-  }
-  for (CLI::App* command : {collect, set, sum}) AddOutput(*command, raw);
-
+  CommandLine line;
   try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& done) {
-    app.exit(done);
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    throw Failure(kExitUsage, std::string(error.what()) + "; see voltaris --help");
+    return Parse(line, argc, argv);
+  } catch (const Failure& failure) {
+    if (line.Names(Command::kCheck)) throw CheckFailure(failure.what());
+    throw;
   }
-  if (set->parsed()) return Resolve(raw, Command::kSet);
-  if (record->parsed()) return Resolve(raw, Command::kRecord);
-  return Resolve(raw, sum->parsed() ? Command::kSum : Command::kCollect);
 }
 
 }  // namespace vt::tools

@@ -3,16 +3,23 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <iostream>
+#include <string>
 #include <system_error>
 #include <unordered_set>
 #include <utility>
 
 #include "recording/anonymize.h"
+#include "recording/recording.h"
 #include "recording/recording_file.h"
 #include "recording/recording_text.h"
+#include "tools/answer.h"
+#include "tools/console.h"
 #include "tools/exit_code.h"
-#include "tools/query_command.h"
+#include "tools/inquiry.h"
+#include "tools/query.h"
+#include "tools/report.h"
+#include "tools/standard_output.h"
+#include "tools/stop_signals.h"
 
 namespace vt::tools {
 namespace {
@@ -99,12 +106,6 @@ void LeaveOutUnasked(const std::vector<std::int32_t>& asked, recording::Entity& 
   if (!is_asked(voltaris::units.number)) entity.units.reset();
 }
 
-// HoldsNothing tells entities without a value, apart from the address that every row has.
-bool HoldsNothing(const voltaris::Row& row) {
-  const auto* values = row.cursor().row;
-  return values == nullptr || values->attributes.head == nullptr;
-}
-
 // The identity of the node stands in each of its messages.
 voltaris::DeviceId NodeOf(const voltaris::Results& results) {
   voltaris::DeviceId node;
@@ -122,14 +123,10 @@ voltaris::DeviceId NodeOf(const voltaris::Results& results) {
   return node;
 }
 
-}  // namespace
-
-Recorded RunRecord(const Options& options) {
-  const voltaris::Results results = Execute(options, options.recorded);
-  Recorded recorded{{}, ReadAnswer(results, {})};
-  recording::Recording& made = recorded.recording;
+recording::Recording RecordingOf(const Options& options, const voltaris::Results& results) {
+  recording::Recording made;
   made.node = NodeOf(results);
-  made.domain = options.domain;
+  made.domain = DomainOf(options, options.targets.front());
   made.time = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   made.attributes = options.recorded;
   std::unordered_set<voltaris::EntityId> accepted;
@@ -141,17 +138,14 @@ Recorded RunRecord(const Options& options) {
     LeaveOutUnasked(options.recorded, entity);
     made.entities.push_back(std::move(entity));
   }
-  // Without columns the answer itself cannot tell which rows hold something.
-  recorded.answer.rows.resize(made.entities.size());
   if (options.anonymize) recording::Anonymize(made, recording::RandomKey());
-  return recorded;
+  return made;
 }
 
-void WriteRecorded(const recording::Recording& recording, const Options& options) {
+void Write(const recording::Recording& recording, const Options& options) {
   const std::string text = recording::WriteRecording(recording);
   if (!options.output_file) {
-    std::cout << text << std::flush;
-    if (!std::cout) throw Failure(kExitInternal, "standard output cannot be written");
+    WriteOut(text);
     return;
   }
   try {
@@ -159,6 +153,39 @@ void WriteRecorded(const recording::Recording& recording, const Options& options
   } catch (const std::system_error& error) {
     throw Failure(kExitInternal, error.what());
   }
+}
+
+int Tell(const NodeAnswer& answer) {
+  if (answer.verdict.status == Status::kOk) return kExitOk;
+  Complain(NodeName(*answer.target) + ": " + answer.verdict.reason + "; nothing was recorded");
+  const std::string_view hint = HintOf(answer.verdict.status);
+  if (!hint.empty()) Complain("hint: " + std::string(hint));
+  return StopSignal() != 0 ? kExitSignal + StopSignal() : int{CodeOf(answer.verdict.status)};
+}
+
+}  // namespace
+
+int RunRecord(const Options& options) {
+  Inquiry inquiry(options);
+  NodeAnswer answer;
+  recording::Recording made;
+  inquiry.Ask(
+      inquiry.AllNodes(),
+      [&options](const Target& target) {
+        return DescribeCollect(options, target, options.recorded);
+      },
+      options.retries,
+      [&](std::size_t /*node*/, NodeAnswer ended, const voltaris::Results* results) {
+        if (results != nullptr) made = RecordingOf(options, *results);
+        answer = std::move(ended);
+      });
+  const bool is_whole = answer.verdict.status == Status::kOk;
+  if (is_whole && made.entities.empty()) {
+    answer.verdict = {Status::kNothingMatched, "the devices have nothing of what was asked for"};
+  }
+  const int code = Tell(answer);
+  if (code == kExitOk) Write(made, options);
+  return code;
 }
 
 }  // namespace vt::tools

@@ -38,9 +38,14 @@ class HostExchange : public ::testing::Test {
     std::map<int, nlohmann::json> rows;
     const Outcome outcome =
         node.Ask({"collect", "name", "usage", "units", "caliber", "level", "-o", "json"});
-    const nlohmann::json document = outcome.json();
+    const nlohmann::json document = outcome.answer();
     for (const nlohmann::json& row : document["rows"]) rows[row["entity"]] = row;
     return rows;
+  }
+
+  // Raw is the number of the usage of a row, null without one.
+  static nlohmann::json Raw(const nlohmann::json& row) {
+    return row["usage"].is_object() ? row["usage"]["raw"] : nlohmann::json();
   }
 
   // Until asks again and again, for what the node reads by itself; it fails after all patience.
@@ -63,21 +68,21 @@ TEST_F(HostExchange, SensorsAreEntitiesWithUsageUnitsAndCaliber) {
   EXPECT_EQ(rows[101]["caliber"], "presumed");
   EXPECT_EQ(rows[201]["name"], "box chip power1");
   EXPECT_EQ(rows[201]["caliber"], "actual");
-  EXPECT_EQ(rows[201]["usage"], 3000);
-  EXPECT_EQ(rows[201]["usage_units"], -3);
+  EXPECT_EQ(rows[201]["usage"]["raw"], 3000);
+  EXPECT_EQ(rows[201]["usage"]["units"], -3);
 }
 
 TEST_F(HostExchange, ReadingsFollowTheSystem) {
   const Node node(Config());
   host_.Put(kChip + "power1_input", "4000000");
-  Until(node, [](std::map<int, nlohmann::json> rows) { return rows[201]["usage"] == 4000; });
+  Until(node, [](std::map<int, nlohmann::json> rows) { return Raw(rows[201]) == 4000; });
   host_.Remove(kChip + "power1_input");
   Until(node, [](std::map<int, nlohmann::json> rows) { return rows[201]["usage"].is_null(); });
 }
 
 TEST_F(HostExchange, ACounterOfEnergyBecomesPowerWithTheSecondReading) {
   const Node node(Config());
-  Until(node, [](std::map<int, nlohmann::json> rows) { return rows[101]["usage"] == 0; });
+  Until(node, [](std::map<int, nlohmann::json> rows) { return Raw(rows[101]) == 0; });
 }
 
 TEST_F(HostExchange, SensorsThatAppearAreFoundAtAReload) {
@@ -86,7 +91,7 @@ TEST_F(HostExchange, SensorsThatAppearAreFoundAtAReload) {
   host_.Put(kChip + "power2_input", "5000000");
   node.program().Signal(SIGHUP);
   Until(node, [](std::map<int, nlohmann::json> rows) { return rows.size() == 3; });
-  EXPECT_EQ(Rows(node)[202]["usage"], 5000);
+  EXPECT_EQ(Rows(node)[202]["usage"]["raw"], 5000);
 }
 
 TEST_F(HostExchange, ASetRunsTheActionOfTheLevelAndRefusesTheOthers) {
@@ -94,11 +99,11 @@ TEST_F(HostExchange, ASetRunsTheActionOfTheLevelAndRefusesTheOthers) {
   const Node node(
       Config("[[host.action]]\nlevel = 3\ncommand = [\"/bin/cp\", \"/proc/self/environ\", \"" +
              folder.path("out") + "\"]\n"));
-  const Outcome set = node.Ask({"set", "level=3"});
+  const Outcome set = node.Ask({"set", "level=3", "--yes"});
   EXPECT_EQ(set.exit_code, 0) << set.err;
   EXPECT_NE(folder.Read("out").find("VOLTARIS_LEVEL=3"), std::string::npos);
   EXPECT_EQ(Rows(node)[101]["level"], 3);
-  EXPECT_NE(node.Ask({"set", "level=4"}).exit_code, 0);
+  EXPECT_NE(node.Ask({"set", "level=4", "--yes"}).exit_code, 0);
   EXPECT_EQ(Rows(node)[101]["level"], 3);
 }
 

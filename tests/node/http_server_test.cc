@@ -389,7 +389,7 @@ TEST(Monitor, ASetQueryChangesTheRowTheTotalAndTheListOfQueries) {
   while (node.Status()["totals"]["watts"]["consumer"] != 60) {
     // Until it was measured first.
   }
-  EXPECT_EQ(node->Ask({"set", "--name", "lamp-1", "level=1"}).exit_code, 0);
+  EXPECT_EQ(node->Ask({"set", "--name", "lamp-1", "level=1", "--yes"}).exit_code, 0);
   nlohmann::json status = node.Status();
   EXPECT_EQ(status["entities"]["rows"][0]["level"], 1);
   EXPECT_EQ(status["entities"]["rows"][0]["watts"], 5);
@@ -573,7 +573,7 @@ TEST(Credentials, TheKeyIsTakenFromTheFolderOfTheServiceManager) {
                                       line.substr(line.rfind(' ') + 1), "--key-file", key});
     node.Signal(SIGTERM);
     EXPECT_EQ(node.Finish().exit_code, 0);
-    return outcome.exit_code == 0 ? outcome.json()["rows"].size() : 0;
+    return outcome.exit_code == 0 ? outcome.answer()["rows"].size() : 0;
   };
   const std::string credentials = folder.path(".");
   EXPECT_EQ(rows({{"CREDENTIALS_DIRECTORY", credentials}}, folder.path("voltaris.key")), 2u);

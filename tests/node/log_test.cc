@@ -86,7 +86,7 @@ TEST(Log, JsonIsAnObjectALineWithFieldsOfItsOwn) {
   int taken = 0;
   const std::regex time(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d)");
   for (const std::string& line : Logged({"--log-level", "info", "--log-format", "json"})) {
-    const nlohmann::json entry = nlohmann::json::parse(line, nullptr, false);
+    const nlohmann::json entry = LogLines(line).at(0);
     ASSERT_TRUE(entry.is_object()) << line;
     EXPECT_TRUE(std::regex_match(entry.value("time", ""), time)) << line;
     EXPECT_FALSE(entry.value("message", "").empty()) << line;
@@ -114,7 +114,7 @@ TEST(Log, TheLibrarysOwnLinesComeThroughIt) {
   const std::vector<std::string> json = Logged({"--log-level", "trace", "--log-format", "json"});
   EXPECT_GT(count(json, std::regex(R"(.*"level":"trace","message":"(cv|vt|vtn)_\w+: .*)")), 0);
   for (const std::string& line : json) {
-    EXPECT_TRUE(nlohmann::json::accept(line)) << line;
+    EXPECT_EQ(LogLines(line).size(), 1u) << line;
   }
 }
 

@@ -14,7 +14,12 @@ Outcome Probe(std::vector<std::string> arguments) {
   return Program("voltaris-node", arguments).Finish();
 }
 
-std::string Address(const ScriptedPeer& peer) { return "127.0.0.1:" + std::to_string(peer.port()); }
+// With adds a server, and all the time that it may take on a busy machine.
+std::vector<std::string> With(const ScriptedPeer& server, std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(),
+                   {"--nut", "127.0.0.1:" + std::to_string(server.port()), "--nut-timeout", "30"});
+  return arguments;
+}
 
 TEST(ProbeCommand, PrintsWhatIsFoundWhatItTellsAndWhatIsWrong) {
   HostTree host;
@@ -55,9 +60,9 @@ TEST(ProbeCommand, PrintsJson) {
                                 {"GET VAR u ups.realpower", "VAR u ups.realpower \"40\""}},
                                {{"GET VAR u ups.realpower", "VAR u ups.realpower \"41\""}}}),
                     2);
-  const Outcome outcome = Probe({"--root", host.root(), "--nut", Address(peer), "-o", "json"});
+  const Outcome outcome = Probe(With(peer, {"--root", host.root(), "-o", "json"}));
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-  const nlohmann::json document = outcome.json();
+  const nlohmann::json document = outcome.answer();
   ASSERT_EQ(document["entities"].size(), 2u);
   EXPECT_EQ(document["entities"][0]["milliwatts"], 65536);
   EXPECT_EQ(document["entities"][0]["usage"], 6554);
@@ -77,10 +82,20 @@ TEST(ProbeCommand, NothingReadableEndsWithOne) {
   EXPECT_NE(outcome.out.find("power1_input: not a file"), std::string::npos) << outcome.out;
 }
 
+TEST(ProbeCommand, AServerThatSaysNothingIsLeftWhenItsTimeIsUp) {
+  HostTree host;
+  ScriptedPeer peer([](PeerConnection& connection) { connection.WaitForClose(); });
+  const Outcome outcome =
+      Probe({"--root", host.root(), "--nut", "127.0.0.1:" + std::to_string(peer.port()),
+             "--nut-timeout", "0.1"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_NE(outcome.out.find("the server took too long"), std::string::npos) << outcome.out;
+}
+
 TEST(ProbeCommand, AHostileServerCannotSteerTheTerminal) {
   HostTree host;
   ScriptedPeer peer(NutScript({{{"LIST UPS", "\x1b]0;title\x07"}}}));
-  const Outcome outcome = Probe({"--root", host.root(), "--nut", Address(peer)});
+  const Outcome outcome = Probe(With(peer, {"--root", host.root()}));
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.out.find("the server answers \"?]0;title?\""), std::string::npos)
       << outcome.out;
@@ -104,6 +119,8 @@ TEST(ProbeCommand, WrongUsageEndsWithTwo) {
                                              {"--nut", "localhost:3493"},
                                              {"--root", host.root() + "/elsewhere"},
                                              {"-o", "xml"},
+                                             {"--nut-timeout", "0"},
+                                             {"--nut-timeout", "nan"},
                                              {"more"},
                                              {"--config", "x"}}) {
     const Outcome outcome = Probe(arguments);

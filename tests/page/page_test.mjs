@@ -139,7 +139,7 @@ test("the total is drawn as a curve that grows", async () => {
 
 test("a set query changes the row, the total and the list of queries", async () => {
   const before = await page.locator("#power").textContent();
-  await voltaris("set", "--name", "corner lamp", "level=3");
+  await voltaris("set", "--yes", "--name", "corner lamp", "level=3");
   await has(row("corner lamp").locator(".level"), "3");
   await has(row("corner lamp"), "30 W");
   await has(page.locator("#queries li").first(), "Set level 3");
@@ -151,17 +151,18 @@ test("a set query changes the row, the total and the list of queries", async () 
 test("collects and sums are counted and listed", async () => {
   await voltaris("collect");
   await voltaris("sum");
-  await has(page.locator("#kinds"), "Collect 1");
+  // A set collects first, to see which devices are concerned.
+  await has(page.locator("#kinds"), "Collect 2");
   await has(page.locator("#kinds"), "Sum 1");
-  await has(page.locator("#queries-count"), "3");
+  await has(page.locator("#queries-count"), "4");
 });
 
 test("texts from the network are shown as text", async () => {
   const hostile = "<img src=x onerror=alert(1)>";
-  await voltaris("set", "--name", "corner lamp", `name=${hostile}`);
+  await voltaris("set", "--yes", "--name", "corner lamp", `name=${hostile}`);
   await has(page.locator("#rows .name"), hostile);
   assert.equal(await page.locator("main img").count(), 0);
-  await voltaris("set", "--id", "page0000000000000000000000000001", "name=corner lamp");
+  await voltaris("set", "--yes", "--id", "page0000000000000000000000000001", "name=corner lamp");
   await has(row("corner lamp"), "30 W");
 });
 

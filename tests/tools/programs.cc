@@ -6,7 +6,9 @@
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,8 +24,11 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 std::string ProgramPath(const std::string& name) {
-  return std::string(VT_PROGRAM_DIR) + "/" + name;
+  return name.starts_with('/') ? name : std::string(VT_PROGRAM_DIR) + "/" + name;
 }
+
+// The size of a terminal, until a test changes it.
+constexpr winsize kTerminalSize = {.ws_row = 24, .ws_col = 100, .ws_xpixel = 0, .ws_ypixel = 0};
 
 struct Channel {
   int read_end;
@@ -46,6 +51,7 @@ Channel OpenTerminal() {
   if (ptsname_r(master, name.data(), name.size()) != 0) throw std::runtime_error("ptsname_r");
   const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
   if (slave < 0) throw std::runtime_error("the terminal cannot be opened");
+  if (ioctl(slave, TIOCSWINSZ, &kTerminalSize) != 0) throw std::runtime_error("TIOCSWINSZ");
   return {master, slave};
 }
 
@@ -60,6 +66,9 @@ std::vector<std::string> ChildEnvironment(const Environment& added) {
     if (!configures && !added.contains(name)) variables.push_back(text);
   }
   for (const auto& [name, value] : added) variables.push_back(name + "=" + value);
+  // Whoever runs the tests may have settings of his own.
+  const bool has_settings = added.contains("VOLTARIS_CONFIG") || added.contains("XDG_CONFIG_HOME");
+  if (!has_settings) variables.emplace_back("VOLTARIS_CONFIG=/dev/null");
   return variables;
 }
 
@@ -72,7 +81,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 // Everything the child needs is made before the fork: after it, only system calls are safe.
 pid_t Spawn(const std::string& name, const std::vector<std::string>& arguments,
-            const Environment& environment, int out, int err) {
+            const Environment& environment, int in, int out, int err) {
   std::vector<std::string> words = {ProgramPath(name)};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = ChildEnvironment(environment);
@@ -81,9 +90,11 @@ pid_t Spawn(const std::string& name, const std::vector<std::string>& arguments,
   const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
   const pid_t pid = fork();
   if (pid == 0) {
-    dup2(nothing, STDIN_FILENO);
+    dup2(in >= 0 ? in : nothing, STDIN_FILENO);
     dup2(out, STDOUT_FILENO);
     dup2(err, STDERR_FILENO);
+    // Whoever started the tests may ignore signals, as shells do in the background.
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE}) signal(number, SIG_DFL);
     execve(argv[0], argv.data(), envp.data());
     _exit(127);
   }
@@ -147,10 +158,14 @@ nlohmann::json Outcome::json() const {
 }
 
 Program::Program(const std::string& name, const std::vector<std::string>& arguments,
-                 const Environment& environment, Terminal terminal) {
-  const Channel out = terminal == Terminal::kOutput ? OpenTerminal() : OpenPipe();
-  const Channel err = OpenPipe();
-  pid_ = Spawn(name, arguments, environment, out.write_end, err.write_end);
+                 const Environment& environment, Terminal terminal)
+    : kind_(terminal) {
+  const bool is_screen = terminal == Terminal::kScreen;
+  const bool is_dialogue = terminal == Terminal::kDialogue;
+  const Channel out = is_screen || terminal == Terminal::kOutput ? OpenTerminal() : OpenPipe();
+  const Channel err = is_dialogue ? OpenTerminal() : OpenPipe();
+  const int in = is_dialogue ? err.write_end : is_screen ? out.write_end : -1;
+  pid_ = Spawn(name, arguments, environment, in, out.write_end, err.write_end);
   close(out.write_end);
   close(err.write_end);
   out_ = out.read_end;
@@ -168,10 +183,42 @@ Program::~Program() {
 
 void Program::Signal(int number) const { kill(pid_, number); }
 
-void Program::ReadOutput(bool until_line) {
+void Program::Type(const std::string& text) const {
+  const int terminal = kind_ == Terminal::kScreen ? out_ : err_;
+  if (write(terminal, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    ADD_FAILURE() << "the terminal takes nothing";
+  }
+}
+
+void Program::AwaitError(const std::string& text) {
+  const auto is_there = [&] { return err_text_.find(text) != std::string::npos; };
+  ReadOutput(is_there);
+  EXPECT_TRUE(is_there()) << "'" << text << "' is not in:\n" << err_text_;
+}
+
+void Program::AwaitOutput(const std::function<bool(const std::string&)>& is_enough) {
+  const auto holds = [&] { return is_enough(out_text_); };
+  ReadOutput(holds);
+  EXPECT_TRUE(holds()) << "what was waited for is not in:\n" << out_text_;
+}
+
+void Program::AwaitEnd() const {
+  pollfd ended{static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)), POLLIN, 0};
+  const std::chrono::milliseconds patience = kProgramPatience;
+  const int count = poll(&ended, 1, static_cast<int>(patience.count()));
+  EXPECT_EQ(count, 1) << "a program did not come to its end";
+  close(ended.fd);
+}
+
+void Program::CloseOutput() {
+  close(out_);
+  out_ = -1;
+}
+
+void Program::ReadOutput(const std::function<bool()>& is_enough) {
   const Clock::time_point end = Clock::now() + kProgramPatience;
   while (out_ >= 0 || err_ >= 0) {
-    if (until_line && out_text_.find('\n', lines_end_) != std::string::npos) return;
+    if (is_enough()) return;
     std::array<pollfd, 2> watched = {pollfd{out_, POLLIN, 0}, pollfd{err_, POLLIN, 0}};
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
     if (left <= 0 || poll(watched.data(), watched.size(), static_cast<int>(left)) == 0) {
@@ -184,7 +231,7 @@ void Program::ReadOutput(bool until_line) {
 }
 
 std::string Program::ReadLine() {
-  ReadOutput(true);
+  ReadOutput([this] { return out_text_.find('\n', lines_end_) != std::string::npos; });
   const std::size_t end = out_text_.find('\n', lines_end_);
   if (end == std::string::npos) return {};
   const std::string line = out_text_.substr(lines_end_, end - lines_end_);
@@ -193,13 +240,17 @@ std::string Program::ReadLine() {
 }
 
 Outcome Program::Finish() {
-  ReadOutput(false);
+  ReadOutput([] { return false; });
   // Output that is still open here belongs to a program that hangs.
   if (out_ >= 0 || err_ >= 0) kill(pid_, SIGKILL);
   int status = 0;
   waitpid(pid_, &status, 0);
   pid_ = -1;
   return {ExitCode(status), out_text_, err_text_};
+}
+
+Outcome Foreign(const std::vector<std::string>& command) {
+  return Program("/usr/bin/env", command).Finish();
 }
 
 Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& environment,
@@ -289,6 +340,14 @@ std::string NodeToml(const std::vector<DeviceToml>& devices) {
                      "\"\ndomain = \"test\"\nname = \"test-node\"\nrole = \"node\"\n\n";
   for (const DeviceToml& device : devices) text += device.Text();
   return text;
+}
+
+std::string HostileRecording() {
+  return "voltaris recording 1\nnode = \"" + DeviceId(0) +
+         "\"\ndomain = \"test\"\ntime = 2026-11-21T15:29:54Z\n"
+         "attributes = name, usage, level\n\nentity = \"" +
+         DeviceId(1) +
+         "\" 1\n  name = \"\\x1b]0;owned\\x07\\n|\"\n  usage = 360 e-1\n  level = 10\n\nend\n";
 }
 
 std::vector<Bytes> SplitPdus(const Bytes& stream) {

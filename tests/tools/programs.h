@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -49,9 +50,24 @@ struct Outcome {
 
   // json parses out, or fails the test.
   nlohmann::json json() const;
+  // answer is json and a document of the schema of docs/schema/ that it names, or fails the test;
+  // answer_lines is the same for each line. Both are in answer_schema.cc.
+  nlohmann::json answer() const;
+  std::vector<nlohmann::json> answer_lines() const;
 };
 
-enum class Terminal { kNone, kOutput };
+// IsAnswer tells whether a document is of that schema, and if not why. In answer_schema.cc.
+bool IsAnswer(const nlohmann::json& document, std::string* faults = nullptr);
+// MatchesSchema does the same for a schema of docs/schema/, by its name.
+bool MatchesSchema(const std::string& name, const nlohmann::json& document, std::string* faults);
+
+// LogLines parses each line of a log and holds it against voltaris-log-1, or fails the test. In
+// answer_schema.cc.
+std::vector<nlohmann::json> LogLines(const std::string& text);
+
+// Which ends of a program are a terminal: standard output; standard input and standard error, which
+// are one then; or standard input and output, for a program that fills the screen.
+enum class Terminal { kNone, kOutput, kDialogue, kScreen };
 
 // Program is a running process of one of the programs. Variables of the environment that configure
 // voltaris are not inherited.
@@ -68,19 +84,38 @@ class Program {
   // ReadLine waits for the next line of its standard output; empty when there is none.
   std::string ReadLine();
   void Signal(int number) const;
+  // Type writes to the terminal of a dialogue or a screen, as somebody at the keyboard would.
+  void Type(const std::string& text) const;
+  // AwaitError waits until its standard error holds a text; it fails the test without.
+  void AwaitError(const std::string& text);
+  // AwaitOutput reads its standard output until a condition on all that came holds; it fails the
+  // test when there is no more and it does not.
+  void AwaitOutput(const std::function<bool(const std::string&)>& is_enough);
+  // terminal is the descriptor of the other end of its screen.
+  int terminal() const { return out_; }
+  // CloseOutput is what a reader does that has seen enough.
+  void CloseOutput();
+  // AwaitEnd waits for the end of the process alone, while nobody reads its output.
+  void AwaitEnd() const;
   // Finish waits for the end of the process and of its output.
   Outcome Finish();
 
  private:
-  void ReadOutput(bool until_line);
+  // ReadOutput reads until a condition holds, or to the end of the output.
+  void ReadOutput(const std::function<bool()>& is_enough);
 
   pid_t pid_ = -1;
+  Terminal kind_;
   int out_ = -1;
   int err_ = -1;
   std::string out_text_;
   std::string err_text_;
   std::size_t lines_end_ = 0;
 };
+
+// Foreign runs a program of the system that is found along PATH; its exit code is 127 where there
+// is none.
+Outcome Foreign(const std::vector<std::string>& command);
 
 // Voltaris runs voltaris to its end.
 Outcome Voltaris(const std::vector<std::string>& arguments, const Environment& environment = {},
@@ -137,6 +172,10 @@ DeviceToml CompleteDevice();
 
 // NodeToml is the [node] table, with the devices behind it.
 std::string NodeToml(const std::vector<DeviceToml>& devices);
+
+// HostileRecording is one of a device in the domain "test" whose name steers terminals and breaks
+// lines: ESC ]0;owned BEL LF |.
+std::string HostileRecording();
 
 // KeyHex is a key as hexadecimal digits, KeyBytes the same as bytes.
 extern const char kKeyHex[];

@@ -101,12 +101,12 @@ TEST(Record, NamedAttributesAndSelectedDevicesAloneAreRecorded) {
 TEST(Record, AReplayedFleetObeysAndTakesItsUsageFromTheVector) {
   const Node replay(Record(Node(Campus())), {}, NodeFile::kRecording);
   EXPECT_EQ(replay.Ask({"collect", "usage", "--name", "all", "-o", "json"})
-                .json()["rows"][0]["usage_watts"],
+                .answer()["rows"][0]["usage"]["watts"],
             1.7);
-  EXPECT_EQ(replay.Ask({"set", "--name", "all", "level=10"}).exit_code, 0);
+  EXPECT_EQ(replay.Ask({"set", "--yes", "--name", "all", "level=10"}).exit_code, 0);
   const nlohmann::json row =
-      replay.Ask({"collect", "usage", "level", "--name", "all", "-o", "json"}).json()["rows"][0];
-  EXPECT_EQ(row["usage_watts"], 5.0);
+      replay.Ask({"collect", "usage", "level", "--name", "all", "-o", "json"}).answer()["rows"][0];
+  EXPECT_EQ(row["usage"]["watts"], 5.0);
   EXPECT_EQ(row["level"], 10);
 }
 
@@ -125,7 +125,7 @@ TEST(Record, WithoutAWholeAnswerTheOldFileStays) {
   const std::string path = folder.Write("a.recording", "old");
   const Node node(Campus());
   const Outcome nothing = node.Ask({"record", "--role", "nobody", "-o", path});
-  EXPECT_EQ(nothing.exit_code, 1) << nothing.err;
+  EXPECT_EQ(nothing.exit_code, 7) << nothing.err;
 
   ScriptedPeer peer([](PeerConnection& connection) {
     connection.ReadPdu();
@@ -133,7 +133,7 @@ TEST(Record, WithoutAWholeAnswerTheOldFileStays) {
   });
   const Outcome incomplete =
       Voltaris({"record", "--port", std::to_string(peer.port()), "-o", path});
-  EXPECT_EQ(incomplete.exit_code, 4) << incomplete.err;
+  EXPECT_EQ(incomplete.exit_code, 6) << incomplete.err;
   EXPECT_EQ(ReadFile(path), "old");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 1);
 }
@@ -143,8 +143,8 @@ TEST(Record, ExitCodesAreThoseOfTheOtherCommands) {
   EXPECT_EQ(node.Ask({"record", "watts"}).exit_code, 2);
   EXPECT_NE(node.Ask({"record", "identity"}).err.find("'identity'"), std::string::npos);
   EXPECT_EQ(node.Ask({"record", "--format", "json"}).exit_code, 2);
-  EXPECT_EQ(node.Ask({"record", "-o", "/nonexistent/folder/x"}).exit_code, 5);
-  EXPECT_EQ(node.Ask({"record", "--domain", "elsewhere"}).exit_code, 1);
+  EXPECT_EQ(node.Ask({"record", "-o", "/nonexistent/folder/x"}).exit_code, 9);
+  EXPECT_EQ(node.Ask({"record", "--domain", "elsewhere"}).exit_code, 8);
   EXPECT_EQ(node.Ask({"record", "error", "--name", "phone*"}).exit_code, 0);
   const Outcome help = Voltaris({"record", "--help"});
   EXPECT_EQ(help.exit_code, 0);
@@ -223,7 +223,7 @@ TEST(Record, ARefusalThatNamesAnEntityIsNotRecorded) {
   const TempFolder folder;
   const Outcome outcome = Voltaris({"record", "--port", std::to_string(peer.port()), "--key-file",
                                     folder.Write("key", kKeyHex)});
-  EXPECT_EQ(outcome.exit_code, 1) << outcome.out;
+  EXPECT_EQ(outcome.exit_code, 7) << outcome.out;
   EXPECT_EQ(outcome.out, "");
 }
 

@@ -158,13 +158,13 @@ TEST(VoltarisNode, NoMessageExceeds1400BytesWithThreeHundredDevices) {
 
 TEST(VoltarisNode, AllOfThreeHundredDevicesBecomeRows) {
   KeyedNode node(ManyDevices(300));
-  const nlohmann::json document = node.Ask({"collect", "-o", "json"}).json();
+  const nlohmann::json document = node.Ask({"collect", "-o", "json"}).answer();
   ASSERT_EQ(document["rows"].size(), 300u);
-  EXPECT_EQ(document["accepted"], 300);
+  EXPECT_EQ(document["summary"]["accepted"], 300);
   std::set<std::string> names;
   for (const auto& row : document["rows"]) {
     names.insert(row["name"]);
-    EXPECT_EQ(row["usage_watts"], 10.0);
+    EXPECT_EQ(row["usage"]["watts"], 10.0);
     EXPECT_EQ(row["level"], 10);
   }
   EXPECT_EQ(names.size(), 300u);
@@ -181,10 +181,11 @@ TEST(VoltarisNode, TheLongestTextsFitIntoAMessage) {
   const Node node(config);
   const nlohmann::json collected = node.Ask({"collect", "name", "role", "keywords", "usage-vector",
                                              "delta-vector", "--domain", domain, "-o", "json"})
-                                       .json();
+                                       .answer();
   ASSERT_EQ(collected["rows"].size(), 1u);
   EXPECT_EQ(collected["rows"][0]["keywords"], std::string(255, 'k'));
-  const nlohmann::json set = node.Ask({"set", "level=1", "--domain", domain, "-o", "json"}).json();
+  const nlohmann::json set =
+      node.Ask({"set", "level=1", "--yes", "--domain", domain, "-o", "json"}).answer();
   EXPECT_EQ(set["rows"][0]["name"], device.name);
 }
 
@@ -212,10 +213,11 @@ TEST(VoltarisNode, DevicesOfOtherDomainsSayNothing) {
   DeviceToml elsewhere{.number = 2, .name = "far"};
   elsewhere.more = "domain = \"elsewhere\"";
   KeyedNode node(NodeToml({{.number = 1}, elsewhere}));
-  const nlohmann::json here = node.Ask({"collect", "-o", "json"}).json();
+  const nlohmann::json here = node.Ask({"collect", "-o", "json"}).answer();
   EXPECT_EQ(here["rows"].size(), 1u);
-  EXPECT_EQ(here["refused"], 0);
-  const nlohmann::json there = node.Ask({"collect", "--domain", "elsewhere", "-o", "json"}).json();
+  EXPECT_EQ(here["summary"]["refused"], 0);
+  const nlohmann::json there =
+      node.Ask({"collect", "--domain", "elsewhere", "-o", "json"}).answer();
   ASSERT_EQ(there["rows"].size(), 1u);
   EXPECT_EQ(there["rows"][0]["name"], "far");
 }
@@ -223,12 +225,12 @@ TEST(VoltarisNode, DevicesOfOtherDomainsSayNothing) {
 TEST(VoltarisNode, EntitiesOfOneDeviceAreRowsOfTheirOwn) {
   KeyedNode node(NodeToml({{.number = 1, .entity = 1, .name = "board"},
                            {.number = 1, .entity = 2, .name = "ports", .step = 3}}));
-  const nlohmann::json document = node.Ask({"collect", "-o", "json"}).json();
+  const nlohmann::json document = node.Ask({"collect", "-o", "json"}).answer();
   ASSERT_EQ(document["rows"].size(), 2u);
   EXPECT_EQ(document["rows"][0]["device"], document["rows"][1]["device"]);
   EXPECT_EQ(document["rows"][1]["entity"], 2);
   EXPECT_EQ(document["rows"][1]["name"], "ports");
-  EXPECT_EQ(document["rows"][1]["usage_watts"], 30.0);
+  EXPECT_EQ(document["rows"][1]["usage"]["watts"], 30.0);
 }
 
 TEST(VoltarisNode, TheFurtherQueryActionIsAnsweredLikeACollect) {
@@ -244,18 +246,20 @@ TEST(VoltarisNode, AMeasuredUsageHoldsUntilTheLevelIsSet) {
   DeviceToml device{.number = 1, .level = 10, .step = 10};
   device.more = "usage = 83";
   KeyedNode node(NodeToml({device}));
-  EXPECT_EQ(node.Ask({"collect", "-o", "json"}).json()["rows"][0]["usage_watts"], 83.0);
-  EXPECT_EQ(node.Ask({"set", "level=2", "-o", "json"}).json()["rows"][0]["usage_watts"], 20.0);
+  EXPECT_EQ(node.Ask({"collect", "-o", "json"}).answer()["rows"][0]["usage"]["watts"], 83.0);
+  EXPECT_EQ(
+      node.Ask({"set", "level=2", "--yes", "-o", "json"}).answer()["rows"][0]["usage"]["watts"],
+      20.0);
 }
 
 TEST(VoltarisNode, SumsTooLargeForTheUnitsOfTheDevicesGetLargerOnes) {
   // Two of 65530 kW are 131060 kW, which 16 bits hold in tens of kilowatts.
   KeyedNode node(NodeToml({{.number = 1, .units = 3, .step = 6553},
                            {.number = 2, .name = "lamp-2", .units = 3, .step = 6553}}));
-  const nlohmann::json row = node.Ask({"sum", "-o", "json"}).json()["rows"][0];
-  EXPECT_EQ(row["usage"], 13106);
-  EXPECT_EQ(row["usage_units"], 4);
-  EXPECT_EQ(row["usage_watts"], 131060000.0);
+  const nlohmann::json row = node.Ask({"sum", "-o", "json"}).answer()["rows"][0];
+  EXPECT_EQ(row["usage"]["raw"], 13106);
+  EXPECT_EQ(row["usage"]["units"], 4);
+  EXPECT_EQ(row["usage"]["watts"], 131060000.0);
 }
 
 // --- sets ---
@@ -307,7 +311,7 @@ TEST(VoltarisNode, ASetThatNoDeviceCanDoIsRefusedAsAWhole) {
     EXPECT_EQ(messages[0].at(kShipmentOffset), kWontAnswer);
   }
   const nlohmann::json rows =
-      node.Ask({"collect", "importance", "level", "-o", "json"}).json()["rows"];
+      node.Ask({"collect", "importance", "level", "-o", "json"}).answer()["rows"];
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_EQ(rows[0]["importance"], 10) << "what stood before the refused element is not applied";
   EXPECT_EQ(rows[0]["level"], 10);
@@ -318,7 +322,7 @@ TEST(VoltarisNode, KeywordsAreSetFromEitherForm) {
   for (const Bytes& value : {Text("a,b") + Hex("00"), Hex("61 00 62 00")}) {
     node.Exchange(SetImage({Element(10, 0, Text("other") + Hex("00"))}).Signed(KeyBytes()));
     node.Exchange(SetImage({Element(10, 0, value)}).Signed(KeyBytes()));
-    const nlohmann::json rows = node.Ask({"collect", "keywords", "-o", "json"}).json()["rows"];
+    const nlohmann::json rows = node.Ask({"collect", "keywords", "-o", "json"}).answer()["rows"];
     ASSERT_EQ(rows.size(), 1u);
     EXPECT_EQ(rows[0]["keywords"], "a,b");
   }
@@ -329,7 +333,7 @@ TEST(VoltarisNode, KeywordsAreSetFromEitherForm) {
 TEST(VoltarisNode, AQueryOfAnotherKeyIsDroppedAndLogged) {
   KeyedNode node(TwoLamps());
   EXPECT_TRUE(node.Exchange(SetImage({Element(14, 0, Hex("00"))}).Signed(Bytes(20, 9))).empty());
-  EXPECT_EQ(node.Ask({"collect", "-o", "json"}).json()["rows"][0]["level"], 10);
+  EXPECT_EQ(node.Ask({"collect", "-o", "json"}).answer()["rows"][0]["level"], 10);
   const Outcome outcome = node->Stop();
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_NE(outcome.err.find("its digest does not match"), std::string::npos) << outcome.err;
@@ -340,15 +344,16 @@ TEST(VoltarisNode, WrongKeyOnTheCommandLineGetsNothing) {
   const TempFolder folder;
   const Outcome outcome =
       node->Ask({"collect", "--key-file", folder.Write("key", std::string(40, '9'))});
-  EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_NE(outcome.err.find("the keys differ"), std::string::npos) << outcome.err;
+  EXPECT_EQ(outcome.exit_code, 8);
+  EXPECT_NE(outcome.err.find("the node has another key"), std::string::npos) << outcome.err;
 }
 
 TEST(VoltarisNode, WithoutAKeyFileTheKeyIsTheIdentityOfTheSender) {
   const Node node(TwoLamps());
-  EXPECT_EQ(node.Ask({"collect", "--identity", std::string(36, 'q')}).exit_code, 0);
   const TempFolder folder;
-  EXPECT_EQ(node.Ask({"collect", "--key-file", folder.Write("key", kKeyHex)}).exit_code, 1);
+  const std::string identity = folder.Write("id", std::string(36, 'q') + "\n");
+  EXPECT_EQ(node.Ask({"collect", "--id-file", identity}).exit_code, 0);
+  EXPECT_EQ(node.Ask({"collect", "--key-file", folder.Write("key", kKeyHex)}).exit_code, 8);
 }
 
 TEST(VoltarisNode, AnyChangedByteBehindTheSecurityHeaderSilencesTheNode) {
@@ -452,7 +457,7 @@ TEST(VoltarisNode, SeveralClientsAreServedAtOnceAndSilentOnesHoldNobodyUp) {
   for (const auto& client : clients) {
     const Outcome outcome = client->Finish();
     EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
-    EXPECT_EQ(outcome.json()["rows"].size(), 50u);
+    EXPECT_EQ(outcome.answer()["rows"].size(), 50u);
   }
 }
 
@@ -512,7 +517,7 @@ TEST(VoltarisNode, ReadsItsConfigurationAndItsKeyAgainOnSighup) {
   const auto rows = [&](const std::string& with) {
     const Outcome outcome = Voltaris(
         {"collect", "-o", "json", "--domain", "test", "--node", address, "--key-file", with});
-    return outcome.exit_code == 0 ? outcome.json()["rows"].size() : 0;
+    return outcome.exit_code == 0 ? outcome.answer()["rows"].size() : 0;
   };
   EXPECT_EQ(rows(key), 2u);
   folder.Write("fleet.toml", ManyDevices(5));
@@ -587,13 +592,13 @@ TEST(VoltarisNode, TheExampleIsACompleteFleet) {
   const nlohmann::json document =
       Voltaris({"collect", "name", "role", "usage", "level", "usage-vector", "-o", "json",
                 "--domain", "office", "--node", line.substr(13)})
-          .json();
+          .answer();
   EXPECT_GE(document["rows"].size(), 12u);
   std::set<std::string> roles;
   for (const auto& row : document["rows"]) {
     roles.insert(row["role"]);
-    EXPECT_EQ(row["usage_vector"].size(), 11u);
-    EXPECT_TRUE(row["usage_watts"].is_number()) << row;
+    EXPECT_EQ(row["usage_vector"]["raw"].size(), 11u);
+    EXPECT_TRUE(row["usage"]["watts"].is_number()) << row;
   }
   EXPECT_EQ(roles, (std::set<std::string>{"lamp", "phone", "switch", "printer", "meter"}));
   program.Signal(SIGTERM);
