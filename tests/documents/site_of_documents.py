@@ -23,6 +23,7 @@ class Site:
         shutil.copytree(examples, os.path.join(self.folder, "examples"))
         self.nodes = []
         self.ports = {}
+        self.reserved = []
         self.exit_code = 0
         kept = {name: value for name, value in os.environ.items()
                 if not name.startswith("VOLTARIS_") and name not in ("NO_COLOR", "TERM")}
@@ -37,6 +38,8 @@ class Site:
             node.kill()
             node.wait()
             node.stdout.close()
+        for unused in self.reserved:
+            unused.close()
         shutil.rmtree(self.folder)
 
     def write_secret(self, name, content):
@@ -69,10 +72,11 @@ class Site:
             self.environment["VOLTARIS_PORT"] = used
 
     def reserve_port(self, shown):
-        """A port where nobody listens."""
-        with socket.socket() as unused:
-            unused.bind(("127.0.0.1", 0))
-            self.show_port(shown, str(unused.getsockname()[1]))
+        """A port where nobody listens, which is held so that nobody else does either."""
+        unused = socket.socket()
+        self.reserved.append(unused)
+        unused.bind(("127.0.0.1", 0))
+        self.show_port(shown, str(unused.getsockname()[1]))
 
     def watch(self, command):
         """Runs a line that has no end until it has written an empty line, and ends it in order."""

@@ -392,8 +392,32 @@ TEST(PeerConnection, IsNotSeenByHooks) {
   EXPECT_EQ(hook.calls(), 0u);
 }
 
-TEST(UnusedPort, RefusesConnections) {
-  EXPECT_EQ(ConnectTo(static_cast<std::uint16_t>(UnusedPort())), -1);
+// IsGivenAway tells whether a listener beside this process could be made on a port.
+bool IsGivenAway(std::uint16_t port) {
+  const PeerConnection other(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return bind(other.fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+TEST(ScriptedPeer, KeepsItsPortAndRefusesConnectionsAfterTheLast) {
+  ScriptedPeer peer([](PeerConnection& connection) { connection.WaitForClose(); });
+  const PeerConnection last(ConnectTo(peer.port()));
+  while (peer.accepted() == 0) std::this_thread::yield();
+  int refused = ConnectTo(peer.port());
+  while (refused >= 0) {  // the listener is about to be closed
+    close(refused);
+    refused = ConnectTo(peer.port());
+  }
+  EXPECT_FALSE(IsGivenAway(peer.port()));
+}
+
+TEST(UnusedPort, RefusesConnectionsAndIsNotGivenAway) {
+  const auto port = static_cast<std::uint16_t>(UnusedPort());
+  EXPECT_EQ(ConnectTo(port), -1);
+  EXPECT_FALSE(IsGivenAway(port));
 }
 
 TEST(LogCapture, RestoresTheSettingsAndSwallowsItsOwnLines) {

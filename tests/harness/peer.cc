@@ -69,9 +69,9 @@ sockaddr_in Loopback(std::uint16_t port) {
   return address;
 }
 
-// BindLoopback binds fd to a port that the system chooses and returns it.
-std::uint16_t BindLoopback(int fd) {
-  sockaddr_in address = Loopback(0);
+// BindLoopback binds fd to a port, or to one that the system chooses, and returns it.
+std::uint16_t BindLoopback(int fd, std::uint16_t port = 0) {
+  sockaddr_in address = Loopback(port);
   socklen_t size = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
   if (bind(fd, generic, size) != 0) Fail("bind");
@@ -83,6 +83,13 @@ int NewSocket() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) Fail("socket");
   return fd;
+}
+
+// Share lets sockets of this process be bound to one port, of which one listens. The system gives
+// that port to no other process meanwhile.
+void Share(int fd) {
+  const int on = 1;
+  if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) Fail("SO_REUSEADDR");
 }
 
 void SendAtOnce(int fd) {
@@ -215,6 +222,7 @@ void PeerConnection::WaitForClose() {
 struct ScriptedPeer::State {
   Script script;
   std::size_t connections = 0;
+  int holder = -1;  // keeps the port when the listener is closed
   int listener = -1;
   int stop_fd = -1;
   std::uint16_t port = 0;
@@ -225,6 +233,7 @@ struct ScriptedPeer::State {
 
   ~State() {
     CloseDescriptor(listener);
+    CloseDescriptor(holder);
     CloseDescriptor(stop_fd);
   }
 
@@ -232,10 +241,14 @@ struct ScriptedPeer::State {
     const HookPause pause;
     stop_fd = OpenHidden([] { return eventfd(0, EFD_CLOEXEC); });
     if (stop_fd < 0) Fail("eventfd");
+    holder = OpenHidden(NewSocket);
+    Share(holder);
+    port = BindLoopback(holder);
     listener =
         OpenHidden([] { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
     if (listener < 0) Fail("socket");
-    port = BindLoopback(listener);
+    Share(listener);
+    BindLoopback(listener, port);
     if (listen(listener, 128) != 0) Fail("listen");
   }
 
@@ -299,9 +312,12 @@ bool ScriptedPeer::Join() {
 }
 
 int UnusedPort() {
-  const HookPause pause;
-  const PeerConnection probe(NewSocket());
-  return BindLoopback(probe.fd());
+  static const int port = [] {
+    const HookPause hook_pause;
+    const AllocationFault::Pause allocation_pause;
+    return BindLoopback(OpenHidden(NewSocket));
+  }();
+  return port;
 }
 
 ConnectedPair::ConnectedPair() {

@@ -82,12 +82,13 @@ class PeerConnection {
 };
 
 // ScriptedPeer accepts a number of connections, one after the other, and runs the script on each;
-// the listener is closed to further ones after the last. When the script returns, its connection
-// is closed; closing with unread data resets the connection, as TCP does, so read first. What a
-// script throws, waiting in vain for kPeerPatience included, is recorded and reported by the
-// destructor with ADD_FAILURE. The destructor stops the thread: what has arrived is still handled,
-// but the first call that would have to wait ends the script, and that is no failure. A test whose
-// script holds expectations therefore calls Join first, which waits for the script's own end.
+// the listener is closed to further ones after the last, and its port refuses them for as long as
+// the peer lives. When the script returns, its connection is closed; closing with unread data
+// resets the connection, as TCP does, so read first. What a script throws, waiting in vain for
+// kPeerPatience included, is recorded and reported by the destructor with ADD_FAILURE. The
+// destructor stops the thread: what has arrived is still handled, but the first call that would
+// have to wait ends the script, and that is no failure. A test whose script holds expectations
+// therefore calls Join first, which waits for the script's own end.
 class ScriptedPeer {
  public:
   using Script = std::function<void(PeerConnection&)>;
@@ -110,7 +111,8 @@ class ScriptedPeer {
   std::unique_ptr<State> state_;
 };
 
-// UnusedPort returns a port of 127.0.0.1 that was free a moment ago and has no listener.
+// UnusedPort returns a port of 127.0.0.1 that refuses connections. It is the same one for as long
+// as the process lives, which holds it, so that no test beside this one gets it for a listener.
 int UnusedPort();
 
 // ConnectedPair is two ends of one TCP connection over 127.0.0.1, Nagle's delay off.
