@@ -162,16 +162,4 @@ CompletedCommand CommandOf(const CLI::App& app, const std::string& path) {
 
 CompletedCommand CompletedCommandOf(const CLI::App& app) { return CommandOf(app, ""); }
 
-std::string ShellQuoted(const std::string& word) {
-  std::string quoted = "'";
-  for (const char letter : word) {
-    if (letter == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += letter;
-    }
-  }
-  return quoted + "'";
-}
-
 }  // namespace vt::tools

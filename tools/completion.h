@@ -1,58 +1,15 @@
-// What a shell may complete of a command line, taken from the parser, and the scripts for shells
-// that are made of it.
+// What a shell may complete of a command line, taken from the parser.
 #ifndef VT_TOOLS_COMPLETION_H_
 #define VT_TOOLS_COMPLETION_H_
 
 #include <CLI/CLI.hpp>
 
-#include <string>
-#include <vector>
+#include "tools/completion_scripts.h"
 
 namespace vt::tools {
 
-// CompletedValue is what may stand behind an option, or in the place of an operand.
-struct CompletedValue {
-  enum class Kind {
-    kNone,   // there is no value
-    kAny,    // there is one, and nobody knows which
-    kFile,   // the name of a file
-    kWords,  // one of the words; behind one that ends in '=' more follows
-    kList,   // some of the words, with commas in between
-  };
-
-  Kind kind = Kind::kNone;
-  std::string name;  // such as FILE
-  std::vector<std::string> words;
-};
-
-struct CompletedOption {
-  std::vector<std::string> names;  // "-o", "--output"
-  std::string meaning;
-  CompletedValue value;
-  bool is_repeatable = false;
-};
-
-struct CompletedCommand {
-  std::string path;  // the words that lead to it without the program's: "", "key", "key derive"
-  std::string meaning;
-  std::vector<CompletedOption> options;
-  CompletedValue operands;
-  std::vector<CompletedCommand> commands;
-
-  // name is the last word of the path.
-  std::string name() const { return path.substr(path.rfind(' ') + 1); }
-};
-
 // CompletedCommandOf reads the parser of the program, with all its subcommands.
 CompletedCommand CompletedCommandOf(const CLI::App& app);
-
-// The scripts. What comes from the parser is quoted in them.
-std::string BashCompletion(const CompletedCommand& program);
-std::string ZshCompletion(const CompletedCommand& program);
-std::string FishCompletion(const CompletedCommand& program);
-
-// ShellQuoted is a word in single quotes, as bash and zsh read it.
-std::string ShellQuoted(const std::string& word);
 
 }  // namespace vt::tools
 

@@ -1,6 +1,6 @@
 // The script for bash: tables of commands, options and values as functions, and one function that
 // reads them. It needs nothing but bash.
-#include "tools/completion.h"
+#include "tools/completion_scripts.h"
 
 namespace vt::tools {
 namespace {

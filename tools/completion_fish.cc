@@ -1,6 +1,6 @@
 // The script for fish: a function that tells at which command the line is, and a line for each
 // option and command there.
-#include "tools/completion.h"
+#include "tools/completion_scripts.h"
 
 namespace vt::tools {
 namespace {

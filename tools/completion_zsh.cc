@@ -1,5 +1,5 @@
 // The script for zsh: a function for each command, which leaves the work to _arguments.
-#include "tools/completion.h"
+#include "tools/completion_scripts.h"
 
 namespace vt::tools {
 namespace {
