@@ -5,6 +5,7 @@
 #include <exception>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 #include "node/fleet_file.h"
@@ -34,16 +35,23 @@ void CheckConfiguration(const Options& options) {
   std::cout << std::endl;
 }
 
+// Ended is the exit status of what only prints, once all of it has been written.
+int Ended(int status) {
+  std::cout.flush();
+  if (!std::cout) throw std::runtime_error("standard output cannot be written");
+  return status;
+}
+
 int Run(int argc, const char* const* argv) {
-  if (argc > 1 && std::string_view(argv[1]) == "probe") return RunProbe(argc - 1, argv + 1);
+  if (argc > 1 && std::string_view(argv[1]) == "probe") return Ended(RunProbe(argc - 1, argv + 1));
   const std::optional<Options> options = ParseOptions(argc, argv);
-  if (!options) return kExitOk;
+  if (!options) return Ended(kExitOk);
   // A reader of standard output that goes away must not end the node.
   (void)signal(SIGPIPE, SIG_IGN);
   StartLog(options->log_level, options->log_format);
   if (options->check_config) {
     CheckConfiguration(*options);
-    return kExitOk;
+    return Ended(kExitOk);
   }
   // The configuration is read first: a faulty one must not open the port.
   Service service(*options, ReadConfiguration(*options));

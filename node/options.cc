@@ -8,37 +8,45 @@
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string_view>
 #include <system_error>
 
 #include "vtapi.h"
 
+#include "arguments/decimal.h"
+#include "arguments/help_formatter.h"
+#include "arguments/repeatable.h"
+
 namespace vt::node {
 namespace {
 
 constexpr const char* kFooter =
-    "Examples:\n"
-    "  voltaris-node --config examples/office.toml\n"
-    "  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key\n"
-    "  voltaris-node --config office.toml --http 127.0.0.1:8040\n"
-    "  voltaris-node --config office.toml --check-config\n"
-    "  voltaris-node --replay office.recording\n"
-    "  voltaris-node probe             what tells the power of this host; see probe --help\n\n"
-    "Once it accepts connections it prints \"listening on HOST:PORT\" on standard output, and "
-    "with\n"
-    "--http a line \"http on HOST:PORT\" behind it; everything else goes to standard error. "
-    "SIGINT\n"
-    "and SIGTERM end it. SIGHUP makes it read the configuration\n"
-    "again; a faulty one is reported and the old one kept. What devices are set to is kept in\n"
-    "the state file or, without one, lost with the program or the old configuration.\n\n"
-    "Without a key file a message is checked with the identity of its sender as the key, which "
-    "keeps\n"
-    "accidents out, but nobody else.\n\n"
-    "Exit codes: 0 ended by a signal; 1 cannot serve; 2 wrong usage or configuration.\n\n"
-    "Environment: VOLTARIS_KEY_FILE stands in for --key-file; without both, the key is the file\n"
-    "voltaris.key in the folder CREDENTIALS_DIRECTORY, if it is there. systemd is told by\n"
-    "NOTIFY_SOCKET when the node serves, reads its configuration again and ends, and that it is\n"
-    "alive when WATCHDOG_USEC asks for it.\n";
+    R"(Examples:
+  voltaris-node --config examples/office.toml
+  voltaris-node --config office.toml --listen 0.0.0.0:7440 --key-file office.key
+  voltaris-node --config office.toml --http 127.0.0.1:8040
+  voltaris-node --config office.toml --check-config
+  voltaris-node --replay office.recording
+  voltaris-node probe        what tells the power of this host; see probe --help
+
+Once it accepts connections it prints "listening on HOST:PORT" on standard
+output, and with --http a line "http on HOST:PORT" behind it; everything else
+goes to standard error. SIGINT and SIGTERM end it. SIGHUP makes it read the
+configuration again; a faulty one is reported and the old one kept. What devices
+are set to is kept in the state file or, without one, lost with the program or
+the old configuration.
+
+Without a key file a message is checked with the identity of its sender as the
+key, which keeps accidents out, but nobody else.
+
+Exit codes: 0 ended by a signal; 1 cannot serve; 2 wrong usage or configuration.
+
+Environment: VOLTARIS_KEY_FILE stands in for --key-file; without both, the key
+is the file voltaris.key in the folder CREDENTIALS_DIRECTORY, if it is there.
+systemd is told by NOTIFY_SOCKET when the node serves, reads its configuration
+again and ends, and that it is alive when WATCHDOG_USEC asks for it.
+)";
 
 constexpr std::array<std::string_view, 7> kLogLevels = {"trace", "debug", "info", "warn",
                                                         "error", "fatal", "off"};
@@ -117,7 +125,10 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
 
   CLI::App app("Answers queries for a fleet of devices.", "voltaris-node");
   app.set_version_flag("--version",
-                       std::string("voltaris-node, libvtapi ") + voltaris_utl_getVersion());
+                       std::string("voltaris-node, libvtapi ") + voltaris_utl_getVersion(),
+                       "print the version");
+  app.formatter(std::make_shared<arguments::HelpFormatter>());
+  app.set_help_flag("-h,--help", "print this help");
   app.footer(kFooter);
   app.add_option("-c,--config", options.config, "the fleet, in TOML")->type_name("FILE");
   app.add_option("-r,--replay", options.replay,
@@ -134,18 +145,19 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
                  "file that keeps what devices are set to (default: 'state' in the fleet's file)")
       ->type_name("FILE");
   app.add_option("--connection-timeout", timeout,
-                 "seconds that a connection may last, 1 to 3600 (default 10)")
+                 "how long a connection may last, 1 to 3600 (default 10)")
       ->type_name("SECONDS")
-      ->check(CLI::Range(1, 3600));
+      ->check(arguments::DecimalFault)
+      ->check(CLI::Range(1, 3600).description(""));
   app.add_option("--max-connections", options.max_connections,
                  "connections at once, 1 to 100000 (default 1024); more wait")
       ->type_name("NUMBER")
-      ->check(CLI::Range(1, 100000));
-  app.add_option("--fault", options.faults,
-                 "switch on a fault that the configuration has off, by its name; may be repeated")
-      ->type_name("NAME")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+      ->check(arguments::DecimalFault)
+      ->check(CLI::Range(1, 100000).description(""));
+  arguments::Repeatable(
+      app.add_option("--fault", options.faults,
+                     "switch on a fault that the configuration has off; repeatable"),
+      "NAME");
   app.add_option("--http", http,
                  "serve a page to look at, and metrics for Prometheus, on this address of the "
                  "loopback network; port 0 is a free one (default: off)")
@@ -159,7 +171,7 @@ std::optional<Options> ParseOptions(int argc, const char* const* argv) {
       ->type_name("LEVEL");
   app.add_option("--log-format", log_format, "text (default), or json: an object a line")
       ->type_name("FORMAT")
-      ->check(CLI::IsMember({"text", "json"}));
+      ->check(CLI::IsMember({"text", "json"}).description(""));
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& done) {

@@ -172,6 +172,8 @@ if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
                       "$<TARGET_FILE:voltaris>")
   vtapi_document_test(manual_of_settings check_settings.py "${documents}/man/voltaris.conf.5.scd"
                       "$<TARGET_FILE:voltaris>")
+  vtapi_document_test(width_of_helps check_help_width.py "$<TARGET_FILE:voltaris>")
+  vtapi_document_test(width_of_node_helps check_help_width.py "$<TARGET_FILE:voltaris-node>" probe)
   vtapi_document_test(examples_in_helps check_examples.py "${program_folder}"
                       "${PROJECT_SOURCE_DIR}/examples")
   vtapi_document_test(sessions_in_documents check_sessions.py "${program_folder}"

@@ -7,13 +7,13 @@
 
 #include "vtapi.hpp"
 
-#include "tools/decimal.h"
+#include "arguments/decimal.h"
+#include "arguments/help_formatter.h"
+#include "arguments/repeatable.h"
 #include "tools/exit_code.h"
-#include "tools/help_formatter.h"
 #include "tools/help_texts.h"
 #include "tools/leading_options.h"
 #include "tools/offline_commands.h"
-#include "tools/repeatable.h"
 #include "tools/setting_options.h"
 #include "tools/usage_fault.h"
 
@@ -29,19 +29,22 @@ void AddTalk(CLI::App& app, RawOptions& raw) {
 }
 
 void AddSelection(CLI::App& app, RawOptions& raw) {
-  Repeatable(app.add_option("--name", raw.names, "devices of this name; repeatable"), "TEXT");
-  Repeatable(app.add_option("--role", raw.roles, "devices of this role; repeatable"), "TEXT");
-  Repeatable(
+  arguments::Repeatable(app.add_option("--name", raw.names, "devices of this name; repeatable"),
+                        "TEXT");
+  arguments::Repeatable(app.add_option("--role", raw.roles, "devices of this role; repeatable"),
+                        "TEXT");
+  arguments::Repeatable(
       app.add_option("--keyword", raw.keywords, "devices with any of these keywords; repeatable"),
       "K[,K...]");
-  Repeatable(
+  arguments::Repeatable(
       app.add_option("--id", raw.ids, "the device of this identity, 32 characters; repeatable"),
       "ID");
-  Repeatable(app.add_option(
-                 "--category", raw.categories,
-                 "consumer, producer, meter or any; repeatable (default: collect any, otherwise "
-                 "consumer)"),
-             "WORD");
+  arguments::Repeatable(
+      app.add_option(
+          "--category", raw.categories,
+          "consumer, producer, meter or any; repeatable (default: collect any, otherwise "
+          "consumer)"),
+      "WORD");
 }
 
 constexpr const char* kShown = "attributes to show";
@@ -49,9 +52,9 @@ constexpr const char* kShown = "attributes to show";
 void AddAttributes(CLI::App& app, RawOptions& raw, const std::string& meaning,
                    const std::string& defaults) {
   app.add_option("attribute", raw.attributes, meaning + " (default: " + defaults + ")");
-  Repeatable(app.add_option("-a,--attribute", raw.listed_attributes,
-                            "the same; repeatable, or with commas"),
-             "NAME")
+  arguments::Repeatable(app.add_option("-a,--attribute", raw.listed_attributes,
+                                       "the same; repeatable, or with commas"),
+                        "NAME")
       ->delimiter(',');
 }
 
@@ -67,7 +70,7 @@ void AddSetOptions(CLI::App& app, RawOptions& raw) {
   app.add_flag("-y,--yes", raw.yes, "set without asking");
   app.add_option("--max-devices", raw.max_devices, "set nothing when more devices are concerned")
       ->type_name("N")
-      ->check(DecimalFault);
+      ->check(arguments::DecimalFault);
 }
 
 void AddSumOptions(CLI::App& app, RawOptions& raw) { AddAttributes(app, raw, kShown, "usage"); }
@@ -147,7 +150,7 @@ std::vector<std::string> RawOptions::named_attributes() const {
 
 CommandLine::CommandLine()
     : app_("Queries and configures the devices of a power-management network.", "voltaris") {
-  app_.formatter(std::make_shared<HelpFormatter>());
+  app_.formatter(std::make_shared<arguments::HelpFormatter>());
   app_.set_help_flag("-h,--help", "print this help");
   app_.set_version_flag("--version", std::string("voltaris, libvtapi ").append(voltaris::version()),
                         "print the version");

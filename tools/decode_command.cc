@@ -15,9 +15,9 @@
 
 #include "vtapi.hpp"
 
+#include "arguments/decimal.h"
 #include "files/file_content.h"
 #include "tools/capture_file.h"
-#include "tools/decimal.h"
 #include "tools/decoded_message.h"
 #include "tools/hex_text.h"
 #include "tools/json_text.h"
@@ -193,7 +193,7 @@ void AddDecodeCommand(CLI::App& app, Action& chosen) {
       ->check(CLI::IsMember({"text", "json", "ndjson"}));
   decode->add_option("-p,--port", arguments->port, "TCP port of the nodes (default 7440)")
       ->type_name("PORT")
-      ->check(DecimalFault)
+      ->check(arguments::DecimalFault)
       ->check(CLI::Range(1, 65535));
   const std::string meaning = "all connections of a capture";
   decode->add_flag("--any-port", arguments->any_port, meaning);

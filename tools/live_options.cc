@@ -2,11 +2,11 @@
 
 #include <cmath>
 
+#include "arguments/decimal.h"
+#include "arguments/repeatable.h"
 #include "tools/check_judgement.h"
-#include "tools/decimal.h"
 #include "tools/exit_code.h"
 #include "tools/options.h"
-#include "tools/repeatable.h"
 #include "tools/watch_model.h"
 
 namespace vt::tools {
@@ -25,7 +25,7 @@ void AddInterval(CLI::App& app, RawLiveOptions& raw, const std::string& preset,
 void AddThresholds(CLI::App& app, const std::string& names, std::vector<std::string>& texts,
                    const std::string& state) {
   const std::string meaning = "what makes the check " + state + "; repeatable, see below";
-  Repeatable(app.add_option(names, texts, meaning), "[METRIC=]RANGE");
+  arguments::Repeatable(app.add_option(names, texts, meaning), "[METRIC=]RANGE");
 }
 
 void ResolvePing(const Configuration& configuration, Options& options) {
@@ -71,25 +71,26 @@ void AddCheckOptions(CLI::App& app, RawLiveOptions& raw) {
 void AddPingOptions(CLI::App& app, RawLiveOptions& raw) {
   app.add_option("-c,--count", raw.count, "round trips with each node, 0 for no end (default 1)")
       ->type_name("N")
-      ->check(DecimalFault)
+      ->check(arguments::DecimalFault)
       ->check(CLI::Range(0u, kMostRounds));
   AddInterval(app, raw, "1", "seconds from one round trip to the next");
   // The setting, of which most formats make no sense here.
-  Repeatable(app.add_option("-o,--output", "form of the output: table, json (default table)"),
-             "FORMAT");
+  arguments::Repeatable(
+      app.add_option("-o,--output", "form of the output: table, json (default table)"), "FORMAT");
 }
 
 void AddWatchOptions(CLI::App& app, RawLiveOptions& raw) {
   AddInterval(app, raw, "2", "seconds from one round to the next");
   app.add_option("--count", raw.count, "end after so many rounds (default 0: never)")
       ->type_name("N")
-      ->check(DecimalFault)
+      ->check(arguments::DecimalFault)
       ->check(CLI::Range(0u, kMostRounds));
   // The setting, of other columns.
-  Repeatable(app.add_option(
-                 "--sort",
-                 "sort rows by device, name, level, usage or change; :desc for the greatest first"),
-             "NAME[:desc]");
+  arguments::Repeatable(
+      app.add_option(
+          "--sort",
+          "sort rows by device, name, level, usage or change; :desc for the greatest first"),
+      "NAME[:desc]");
 }
 
 bool IsLive(Command command) {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "tools/repeatable.h"
+#include "arguments/repeatable.h"
 
 namespace vt::tools {
 namespace {
@@ -29,7 +29,7 @@ std::string Meaning(const Setting& setting) {
 // The parser keeps what was given; Configuration checks it, as it checks what comes from elsewhere.
 void AddOption(CLI::App& app, const std::string& names, std::string_view type_name,
                const std::string& meaning) {
-  Repeatable(app.add_option(names, meaning), std::string(type_name));
+  arguments::Repeatable(app.add_option(names, meaning), std::string(type_name));
 }
 
 void TakeOver(const CLI::App& app, std::string_view name, ConfigurationSources& sources) {

@@ -6,10 +6,12 @@
 #include <chrono>
 #include <cmath>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
 
+#include "arguments/help_formatter.h"
 #include "node/host/host_sensors.h"
 #include "node/host/probe_output.h"
 #include "node/options.h"
@@ -21,15 +23,18 @@ namespace {
 constexpr std::chrono::milliseconds kBetweenReadings{250};
 
 constexpr const char* kFooter =
-    "Examples:\n"
-    "  voltaris-node probe\n"
-    "  voltaris-node probe --nut 192.0.2.7:3493 -o json\n"
-    "  voltaris-node probe --root /host --nut off    in a container that sees the host's files\n\n"
-    "A power is measured or estimated. Consumers can be added up; producers feed this host, and\n"
-    "meters contain what others tell. Nothing is changed: where something cannot be read, what to\n"
-    "do about it is printed.\n\n"
-    "Exit codes: 0 at least one power can be read; 1 none can, or the output cannot be written;\n"
-    "2 wrong usage.\n";
+    R"(Examples:
+  voltaris-node probe
+  voltaris-node probe --nut 192.0.2.7:3493 -o json
+  voltaris-node probe --root /host --nut off    in a container: the host's files
+
+A power is measured or estimated. Consumers can be added up; producers feed this
+host, and meters contain what others tell. Nothing is changed: where something
+cannot be read, what to do about it is printed.
+
+Exit codes: 0 at least one power can be read; 1 none can, or the output cannot
+be written; 2 wrong usage.
+)";
 
 struct ProbeOptions {
   HostSettings settings;
@@ -43,6 +48,8 @@ std::optional<ProbeOptions> ParseProbeOptions(int argc, const char* const* argv)
   std::optional<double> nut_seconds;
   CLI::App app("Looks for what tells the power of this host, and reads it once.",
                "voltaris-node probe");
+  app.formatter(std::make_shared<arguments::HelpFormatter>());
+  app.set_help_flag("-h,--help", "print this help");
   app.footer(kFooter);
   app.add_option("--root", options.settings.root,
                  "the folder below which sys/ is looked for (default /)")
@@ -111,8 +118,6 @@ int RunProbe(int argc, const char* const* argv) {
   ProbeReport report = sensors.Probe();
   ReadWaiting(sensors, report);
   (options->json ? PrintProbeJson : PrintProbeTable)(std::cout, report);
-  std::cout.flush();
-  if (!std::cout) throw std::runtime_error("standard output cannot be written");
   return std::ranges::any_of(report.entities, IsReadable) ? 0 : 1;
 }
 

@@ -660,6 +660,9 @@ TEST(VoltarisNode, WrongUsageIsExitCodeTwo) {
       {{"--config", "x", "--key-file", "/nonexistent.key"}, "/nonexistent.key"},
       {{"--config", "x", "--log-level", "loud"}, "log level"},
       {{"--config", "x", "--key", "00"}, "--key"},
+      {{"--config", "x", "--max-connections", "010"}, "must be a whole number, not '010'"},
+      {{"--config", "x", "--connection-timeout", "0x10"}, "must be a whole number, not '0x10'"},
+      {{"--config", "x", "--connection-timeout", "0"}, "--connection-timeout"},
   };
   for (const auto& c : cases) {
     Program program("voltaris-node", c.arguments);
@@ -675,6 +678,19 @@ TEST(VoltarisNode, HelpSaysHowItIsUsed) {
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_NE(outcome.out.find("Examples:"), std::string::npos);
   EXPECT_NE(outcome.out.find("Exit codes:"), std::string::npos);
+}
+
+TEST(VoltarisNode, WhatCannotBeWrittenIsExitCodeOne) {
+  const TempFolder folder;
+  const std::string fleet = folder.Write("fleet.toml", TwoLamps());
+  for (const std::string& words :
+       {std::string("--help"), std::string("--version"), std::string("probe --help"),
+        "--check-config --config " + fleet}) {
+    const Outcome outcome = Foreign(
+        {"sh", "-c", std::string(VT_PROGRAM_DIR) + "/voltaris-node " + words + " >/dev/full"});
+    EXPECT_EQ(outcome.exit_code, 1) << words;
+    EXPECT_EQ(outcome.err, "voltaris-node: standard output cannot be written\n") << words;
+  }
 }
 
 }  // namespace

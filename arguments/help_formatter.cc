@@ -1,10 +1,10 @@
-#include "tools/help_formatter.h"
+#include "arguments/help_formatter.h"
 
 #include <algorithm>
 #include <sstream>
 #include <utility>
 
-namespace vt::tools {
+namespace vt::arguments {
 namespace {
 
 constexpr std::size_t kTerminalWidth = 80;
@@ -49,4 +49,4 @@ std::string HelpFormatter::make_option_desc(const CLI::Option* option) const {
   return Wrapped(option->get_description(), kTerminalWidth - get_column_width());
 }
 
-}  // namespace vt::tools
+}  // namespace vt::arguments

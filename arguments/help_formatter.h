@@ -1,12 +1,12 @@
 // The form of --help: commands before options, and no line longer than a terminal is wide.
-#ifndef VT_TOOLS_HELP_FORMATTER_H_
-#define VT_TOOLS_HELP_FORMATTER_H_
+#ifndef VT_ARGUMENTS_HELP_FORMATTER_H_
+#define VT_ARGUMENTS_HELP_FORMATTER_H_
 
 #include <CLI/CLI.hpp>
 
 #include <string>
 
-namespace vt::tools {
+namespace vt::arguments {
 
 class HelpFormatter : public CLI::Formatter {
  public:
@@ -18,6 +18,6 @@ class HelpFormatter : public CLI::Formatter {
   std::string make_option_desc(const CLI::Option* option) const override;
 };
 
-}  // namespace vt::tools
+}  // namespace vt::arguments
 
-#endif  // VT_TOOLS_HELP_FORMATTER_H_
+#endif  // VT_ARGUMENTS_HELP_FORMATTER_H_

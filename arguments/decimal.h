@@ -1,10 +1,10 @@
 // Whole numbers on the command line.
-#ifndef VT_TOOLS_DECIMAL_H_
-#define VT_TOOLS_DECIMAL_H_
+#ifndef VT_ARGUMENTS_DECIMAL_H_
+#define VT_ARGUMENTS_DECIMAL_H_
 
 #include <string>
 
-namespace vt::tools {
+namespace vt::arguments {
 
 // DecimalFault is a check for options: what is wrong with a number, or nothing. The parser by
 // itself takes 010 for eight and 0x10 for sixteen.
@@ -15,6 +15,6 @@ inline std::string DecimalFault(const std::string& text) {
   return is_decimal ? "" : "must be a whole number, not '" + text + "'";
 }
 
-}  // namespace vt::tools
+}  // namespace vt::arguments
 
-#endif  // VT_TOOLS_DECIMAL_H_
+#endif  // VT_ARGUMENTS_DECIMAL_H_
