@@ -165,15 +165,16 @@ inline PduImage ReplyWith(std::vector<Bytes> elements, std::int8_t shipment = 1)
   return image;
 }
 
-// The message as the library decodes it.
-inline EventPtr Decoded(const PduImage& image) {
-  const Bytes wire = image.Signed(SessionKey());
+// A signed message as the library decodes it.
+inline EventPtr Decoded(const Bytes& wire) {
   const hmac_context key = Keyed(SessionKey());
   EventPtr event(cv_mkevent_from_rawbuffer(static_cast<std::int32_t>(wire.size()), wire.data()));
   EXPECT_NE(event, nullptr);
   EXPECT_EQ(cv_unpack_event(event.get(), &key), 0);
   return event;
 }
+
+inline EventPtr Decoded(const PduImage& image) { return Decoded(image.Signed(SessionKey())); }
 
 // A result set as collection begins with it.
 inline ResultPtr EmptyResult(Query* query) {

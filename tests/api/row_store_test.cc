@@ -125,6 +125,28 @@ TEST(RowStore, TellsIdentitiesApartThatDifferInTheOrderOfTheirWordsAlone) {
   EXPECT_EQ(RowNames(c.result()), names);
 }
 
+// ManyRowsBehind are signed replies with rows of ballast, then with a device of its own and an
+// entity of one large device for each number.
+std::vector<Bytes> ManyRowsBehind(std::size_t ballast, const std::vector<std::uint32_t>& order) {
+  std::vector<std::vector<Bytes>> contents = {
+      {Aggregate(14, "first", std::vector<Bytes>(ballast, Entry(1, {5})))}};
+  for (std::size_t i = 0; i < order.size(); i += 35) {
+    std::vector<Bytes> elements;
+    std::vector<Bytes> entries;
+    for (std::size_t j = i; j < i + 35; ++j) {
+      elements.push_back(Aggregate(14, Numbered(order[j]), {Entry(1, {5})}));
+      entries.push_back(Entry(order[j], {5}));
+    }
+    elements.push_back(Aggregate(14, "large", std::move(entries)));
+    contents.push_back(std::move(elements));
+  }
+  std::vector<Bytes> replies;
+  for (std::vector<Bytes>& content : contents) {
+    replies.push_back(ReplyWith(std::move(content)).Signed(SessionKey()));
+  }
+  return replies;
+}
+
 // What is at hand when memory ends depends on what was folded before; so both are varied.
 TEST(RowStore, WithoutMemoryKeepsTheRowsThatItHasInOrder) {
   const auto order = Arrivals(700)[2];
@@ -136,6 +158,7 @@ TEST(RowStore, WithoutMemoryKeepsTheRowsThatItHasInOrder) {
   constexpr std::size_t kStep = 1;
 #endif
   for (std::size_t ballast = 0; ballast < 40; ballast += kStep) {
+    const std::vector<Bytes> replies = ManyRowsBehind(ballast, order);
     failures += SweepAllocationFailures([&](AllocationFault& fault) {
       std::unique_ptr<Collection> c;
       std::vector<EventPtr> events;
@@ -144,18 +167,7 @@ TEST(RowStore, WithoutMemoryKeepsTheRowsThatItHasInOrder) {
         c = std::make_unique<Collection>(std::initializer_list<std::int32_t>{9});
         // Rows of several sizes, so that memory ends now at a row and now at the index.
         c->query()->attribute_count = static_cast<std::uint32_t>(1 + ballast % 7);
-        events.push_back(Decoded(
-            ReplyWith({Aggregate(14, "first", std::vector<Bytes>(ballast, Entry(1, {5})))})));
-        for (std::size_t i = 0; i < order.size(); i += 35) {
-          std::vector<Bytes> elements;
-          std::vector<Bytes> entries;
-          for (std::size_t j = i; j < i + 35; ++j) {
-            elements.push_back(Aggregate(14, Numbered(order[j]), {Entry(1, {5})}));
-            entries.push_back(Entry(order[j], {5}));
-          }
-          elements.push_back(Aggregate(14, "large", std::move(entries)));
-          events.push_back(Decoded(ReplyWith(std::move(elements))));
-        }
+        for (const Bytes& reply : replies) events.push_back(Decoded(reply));
       }
       for (const EventPtr& event : events) vtn_addResult(event.get(), c->result());
       fault.Disarm();
