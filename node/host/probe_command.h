@@ -5,7 +5,8 @@
 namespace vt::node {
 
 // RunProbe is the whole command; argv[0] is the word probe. It returns the exit status: 0 when at
-// least one entity can be read, else 1. It throws UsageError.
+// least one entity can be read, else 1. It throws UsageError. Whether standard output took all that
+// it prints is for the caller to see.
 int RunProbe(int argc, const char* const* argv);
 
 }  // namespace vt::node
