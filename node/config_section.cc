@@ -45,6 +45,10 @@ std::string Section::Text(std::string_view key, const std::string& fallback) con
   return Has(key) ? Text(key) : fallback;
 }
 
+std::optional<std::string> Section::OptionalText(std::string_view key) const {
+  return Has(key) ? std::optional(Text(key)) : std::nullopt;
+}
+
 std::string Section::AnyText(std::string_view key) const {
   const std::optional<std::string> text = Find(key).value_exact<std::string>();
   if (!text || text->empty() || text->find('\0') != std::string::npos) {

@@ -34,6 +34,7 @@ class Section {
   // A text has 1 to 255 of the characters that the protocol allows.
   std::string Text(std::string_view key) const;
   std::string Text(std::string_view key, const std::string& fallback) const;
+  std::optional<std::string> OptionalText(std::string_view key) const;
   // Anything but a zero byte may stand in a path and in other texts that are no names.
   std::string AnyText(std::string_view key) const;
   std::vector<std::string> AnyTexts(std::string_view key) const;

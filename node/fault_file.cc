@@ -119,10 +119,6 @@ std::uint8_t ReadQueries(const Section& section) {
   return queries;
 }
 
-std::optional<std::string> OptionalText(const Section& section, std::string_view key) {
-  return section.Has(key) ? std::optional(section.Text(key)) : std::nullopt;
-}
-
 std::optional<DeviceIdText> ReadId(const Section& section) {
   if (!section.Has("id")) return std::nullopt;
   const std::string text = section.Id("id");
@@ -135,9 +131,9 @@ FaultTarget ReadTarget(const Section& section) {
   FaultTarget target;
   target.devices = ReadPatterns(section);
   target.id = ReadId(section);
-  target.role = OptionalText(section, "role");
-  target.keyword = OptionalText(section, "keyword");
-  target.domain = OptionalText(section, "domain");
+  target.role = section.OptionalText("role");
+  target.keyword = section.OptionalText("keyword");
+  target.domain = section.OptionalText("domain");
   target.clients = ReadClients(section);
   target.queries = ReadQueries(section);
   return target;

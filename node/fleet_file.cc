@@ -24,7 +24,6 @@
 namespace vt::node {
 namespace {
 
-constexpr std::int64_t kGreatestUsage = std::numeric_limits<std::uint16_t>::max();
 constexpr std::uint32_t kMostDevices = 1'000'000;
 constexpr std::uint32_t kMostEntities = 1'000;  // of a device
 // The longest recurrence that a set could hold, too.
@@ -247,10 +246,6 @@ std::vector<NeighborDescription> ReadNeighbors(const Section& section) {
   return neighbors;
 }
 
-std::optional<std::string> OptionalText(const Section& section, std::string_view key) {
-  return section.Has(key) ? std::optional(section.Text(key)) : std::nullopt;
-}
-
 // ReadModel reads everything but the name.
 Model ReadModel(const Section& section, const NodeDescription& node) {
   Model model;
@@ -267,8 +262,8 @@ Model ReadModel(const Section& section, const NodeDescription& node) {
                                     {"non-poe", CV_ENTITY_TYPE_NON_POE}},
                                    CV_ENTITY_TYPE_LOCAL);
   model.recurrence = ReadRecurrence(section);
-  model.error_text = OptionalText(section, "error");
-  model.text_21 = OptionalText(section, "text_21");
+  model.error_text = section.OptionalText("error");
+  model.text_21 = section.OptionalText("text_21");
   if (section.Has("nanny_vector")) {
     model.nanny_vector = static_cast<std::uint32_t>(
         section.Number("nanny_vector", 0, std::numeric_limits<std::uint32_t>::max()));

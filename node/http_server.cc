@@ -71,7 +71,7 @@ HttpResponse ErrorResponse(const HttpError& error) {
   return response;
 }
 
-tcp::acceptor Listen(asio::io_context& io, const sockaddr_in& address) {
+tcp::acceptor ListenForHttp(asio::io_context& io, const sockaddr_in& address) {
   try {
     return {io, tcp::endpoint(asio::ip::address_v4(ntohl(address.sin_addr.s_addr)),
                               ntohs(address.sin_port))};
@@ -200,7 +200,7 @@ class HttpServer::Connection : public std::enable_shared_from_this<HttpServer::C
 HttpServer::HttpServer(asio::io_context& io, const sockaddr_in& address, HttpHosts hosts,
                        const HttpLimits& limits, Handler handler)
     : io_(io),
-      acceptor_(Listen(io, address)),
+      acceptor_(ListenForHttp(io, address)),
       retry_(io),
       hosts_(hosts),
       limits_(limits),

@@ -6,7 +6,6 @@
 namespace vt::node {
 namespace {
 
-constexpr std::int64_t kGreatestUsage = std::numeric_limits<std::uint16_t>::max();
 // What a device may claim has no limit; this leaves room to add it to another.
 constexpr std::int64_t kMostMilliwatts = std::numeric_limits<std::int64_t>::max() / 4;
 constexpr int kGreatestShift = 18;  // 10^18 is the last power of ten that 64 bits hold

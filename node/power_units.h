@@ -5,10 +5,12 @@
 #define VT_NODE_POWER_UNITS_H_
 
 #include <cstdint>
+#include <limits>
 #include <span>
 
 namespace vt::node {
 
+inline constexpr std::int64_t kGreatestUsage = std::numeric_limits<std::uint16_t>::max();
 inline constexpr std::int8_t kFinestUnits = -3;   // milliwatt
 inline constexpr std::int8_t kCoarsestUnits = 6;  // megawatt, of what a configuration says
 

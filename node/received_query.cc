@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <array>
 
+#include "node/message_layout.h"
+
 namespace vt::node {
 namespace {
 
 using Message = std::span<const std::uint8_t>;
-
-constexpr std::size_t kDigestLenOffset = 10;
-constexpr std::size_t kDigestOffset = 12;
-constexpr std::size_t kSignedOffset = 32;
-constexpr std::size_t kSenderOffset = 36;
 
 hmac_context KeyFor(Message message, const std::optional<voltaris::Key>& key) {
   hmac_context context{};

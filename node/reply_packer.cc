@@ -5,23 +5,23 @@
 #include <stdexcept>
 #include <utility>
 
+#include "node/message_layout.h"
+
 namespace vt::node {
 namespace {
 
 // With four open messages hardly a byte is left over that a smaller element could have used.
 constexpr std::size_t kOpenMessages = 4;
 
-constexpr std::size_t kDigestOffset = 12;
-constexpr std::size_t kMessageHeaderOffset = 32;
 constexpr std::uint8_t kComm = 2;  // as in queries
 
-void PutU32(std::uint8_t* at, std::uint32_t value) { vt_pack_uint32(at, &value); }
+void PutNumber(std::uint8_t* at, std::uint32_t value) { vt_pack_uint32(at, &value); }
 
 void PutElementHeader(std::uint8_t* at, std::uint32_t type, std::uint32_t length) {
   constexpr std::uint32_t no_qualifier = 0;
-  PutU32(at, type);
-  PutU32(at + 4, length);
-  PutU32(at + 8, no_qualifier);
+  PutNumber(at, type);
+  PutNumber(at + 4, length);
+  PutNumber(at + 8, no_qualifier);
 }
 
 security_header SecurityHeader() {
@@ -35,8 +35,8 @@ security_header SecurityHeader() {
 }  // namespace
 
 void SignMessage(const hmac_context& key, Bytes& message) {
-  hmac_sha_msg(&key, message.data() + kMessageHeaderOffset,
-               static_cast<std::uint32_t>(message.size() - kMessageHeaderOffset),
+  hmac_sha_msg(&key, message.data() + kSignedOffset,
+               static_cast<std::uint32_t>(message.size() - kSignedOffset),
                message.data() + kDigestOffset);
 }
 
@@ -48,7 +48,7 @@ std::size_t LargestValue(const std::string& domain) {
 
 DeviceHeader::DeviceHeader(std::string_view id, const sockaddr_in& address) {
   std::memcpy(wire_.data(), id.data(), std::min<std::size_t>(id.size(), VT_IDENTITY_SIZE));
-  PutU32(wire_.data() + VT_IDENTITY_SIZE, sizeof address);
+  PutNumber(wire_.data() + VT_IDENTITY_SIZE, sizeof address);
   std::memcpy(wire_.data() + VT_IDENTITY_SIZE + sizeof(std::uint32_t), &address, sizeof address);
 }
 
@@ -93,7 +93,7 @@ bool ReplyStream::Continues(const Message& message, const DeviceHeader& device,
                             std::uint32_t type) {
   if (message.last == 0) return false;
   std::array<std::uint8_t, sizeof type> wire_type{};
-  PutU32(wire_type.data(), type);
+  PutNumber(wire_type.data(), type);
   const std::uint8_t* at = message.bytes.data() + message.last;
   return std::memcmp(at, wire_type.data(), sizeof type) == 0 &&
          std::memcmp(at + VT_TLV_HEADER_SIZE, device.wire().data(), kDeviceHeaderSize) == 0;
@@ -114,8 +114,8 @@ void ReplyStream::Add(const DeviceHeader& device, std::uint32_t type, std::uint3
   message.bytes.insert(message.bytes.end(), value.begin(), value.end());
   message.last_length += static_cast<std::uint32_t>(size);
   std::uint8_t* element = message.bytes.data() + message.last;
-  PutU32(element + 4, message.last_length);
-  PutU32(element + VT_TLV_HEADER_SIZE + kDeviceHeaderSize, ++message.last_entries);
+  PutNumber(element + 4, message.last_length);
+  PutNumber(element + VT_TLV_HEADER_SIZE + kDeviceHeaderSize, ++message.last_entries);
 }
 
 ReplyStream::Message& ReplyStream::MessageFor(std::size_t size) {
@@ -177,7 +177,7 @@ void ReplyStream::Seal(Message& message) {
   std::uint8_t* wire = message.bytes.data();
   const security_header security = SecurityHeader();
   cv_corvane_secure_host_to_nw(&security, wire);
-  cv_corvane_event_host_to_nw(&header, wire + kMessageHeaderOffset);
+  cv_corvane_event_host_to_nw(&header, wire + kSignedOffset);
   SignMessage(query_.key(), message.bytes);
   sealed_.push_back(std::move(message.bytes));
 }

@@ -4,12 +4,11 @@
 #include <span>
 #include <utility>
 
+#include "node/message_layout.h"
+
 namespace vt::node {
 namespace {
 
-constexpr std::size_t kDigestOffset = 12;
-constexpr std::size_t kElementBytesOffset = 76;
-constexpr std::size_t kElementCountOffset = 78;
 // Of the count of entries within an aggregated element.
 constexpr std::size_t kEntriesOffset = VT_TLV_HEADER_SIZE + kDeviceHeaderSize;
 

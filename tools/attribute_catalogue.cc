@@ -48,17 +48,17 @@ constexpr std::string_view ValueTypeOf(kind::ReadOnly<Other> /*kind*/) {
   return ValueTypeOf(Other());
 }
 
-using Words = std::vector<std::pair<std::string, std::int32_t>>;
+using NamedNumbers = std::vector<std::pair<std::string, std::int32_t>>;
 
 template <class Other>
-Words WordsOf(Other /*kind*/) {
+NamedNumbers WordsOf(Other /*kind*/) {
   return {};
 }
 template <class Enumeration>
-Words WordsOf(kind::Enumerated<Enumeration> /*kind*/) {
+NamedNumbers WordsOf(kind::Enumerated<Enumeration> /*kind*/) {
   // All enumerations of the protocol stay close to zero.
   constexpr std::int32_t range = 64;
-  Words words;
+  NamedNumbers words;
   for (std::int32_t number = -range; number <= range; ++number) {
     if (auto word = voltaris::name_of(static_cast<Enumeration>(number))) {
       words.emplace_back(*std::move(word), number);

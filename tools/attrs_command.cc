@@ -19,7 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Entries = std::vector<CatalogueEntry>;
 
-struct Arguments {
+struct AttrsArguments {
   std::vector<std::string> names;
   std::string format = "table";
 };
@@ -102,7 +102,7 @@ void PrintForPrograms(std::ostream& out, const Entries& entries) {
 }  // namespace
 
 void AddAttrsCommand(CLI::App& app, Action& chosen) {
-  const auto arguments = std::make_shared<Arguments>();
+  const auto arguments = std::make_shared<AttrsArguments>();
   CLI::App* attrs = app.add_subcommand(
       "attrs", "Lists attributes: numbers, types, and what can be done with them.");
   attrs->footer("Examples:\n  voltaris attrs\n  voltaris attrs level caliber -o json\n");

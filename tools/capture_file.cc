@@ -75,12 +75,13 @@ constexpr std::uint32_t kInterfaceDescription = 1;
 constexpr std::uint32_t kSimplePacket = 3;
 constexpr std::uint32_t kEnhancedPacket = 6;
 
-// Resolution is that of the time stamps of an interface.
-class Resolution {
+// ClockResolution is that of the time stamps of an interface.
+class ClockResolution {
  public:
-  Resolution() = default;
+  ClockResolution() = default;
   // A set top bit means powers of two, otherwise of ten.
-  explicit Resolution(std::uint8_t code) : binary_((code & 0x80) != 0), exponent_(code & 0x7F) {}
+  explicit ClockResolution(std::uint8_t code)
+      : binary_((code & 0x80) != 0), exponent_(code & 0x7F) {}
 
   std::uint64_t NanosecondsOf(std::uint64_t ticks) const {
     if (binary_) return BinaryNanoseconds(ticks);
@@ -110,7 +111,7 @@ class Resolution {
 struct Interface {
   std::uint32_t link_type = 0;
   std::uint32_t longest = 0;  // bytes that are kept of a packet, 0 for all
-  Resolution resolution;
+  ClockResolution resolution;
 };
 
 Interface ReadInterface(ByteReader body) {
@@ -123,7 +124,7 @@ Interface ReadInterface(ByteReader body) {
   std::uint16_t size = 0;
   ByteView value;
   while (body.Read(code) && body.Read(size) && code != 0 && body.Take(size, value)) {
-    if (code == resolution_option && size == 1) made.resolution = Resolution(value[0]);
+    if (code == resolution_option && size == 1) made.resolution = ClockResolution(value[0]);
     if (!body.Skip((4 - size % 4) % 4)) break;
   }
   return made;

@@ -84,8 +84,8 @@ void AddRecordOptions(CLI::App& app, RawOptions& raw) {
 
 // --- commands ---
 
-// Row is a command as its user meets it.
-struct Row {
+// CommandRow is a command as its user meets it.
+struct CommandRow {
   Command command;
   const char* purpose;
   std::string (*help)();
@@ -101,29 +101,35 @@ constexpr OutputSettings kTaken = OutputSettings::kTaken;
 constexpr OutputSettings kLeftOut = OutputSettings::kLeftOut;
 
 constexpr std::array kRows = {
-    Row{Command::kCollect, "Reads attributes of devices.", CollectHelp, AddCollectOptions, kTaken},
-    Row{Command::kSet, "Sets attributes of devices and shows what came of it.", SetHelp,
-        AddSetOptions, kTaken},
-    Row{Command::kSum, "Sums up the usage of devices.", SumHelp, AddSumOptions, kTaken},
-    Row{Command::kRecord, "Records devices, for voltaris-node to answer as they did.", RecordHelp,
-        AddRecordOptions, kLeftOut, "",
-        "record writes a recording, and takes no format, columns or order"},
-    Row{Command::kCheck, "Holds power and nodes against thresholds, for monitoring.", CheckHelp,
-        [](CLI::App& app, RawOptions& raw) { AddCheckOptions(app, raw.live); }, kLeftOut, "",
-        "check has an output of its own"},
-    Row{Command::kPing, "Connects, makes a signed round trip, and tells how long it took.",
-        PingHelp, [](CLI::App& app, RawOptions& raw) { AddPingOptions(app, raw.live); }, kLeftOut,
-        "output", "ping has an output of its own; of the settings of outputs it takes --output"},
-    Row{Command::kWatch, "Collects again and again, as a live table.", WatchHelp,
-        [](CLI::App& app, RawOptions& raw) { AddWatchOptions(app, raw.live); }, kLeftOut, "sort",
-        "watch has an output of its own; of the settings of outputs it takes --sort"}};
+    CommandRow{Command::kCollect, "Reads attributes of devices.", CollectHelp, AddCollectOptions,
+               kTaken},
+    CommandRow{Command::kSet, "Sets attributes of devices and shows what came of it.", SetHelp,
+               AddSetOptions, kTaken},
+    CommandRow{Command::kSum, "Sums up the usage of devices.", SumHelp, AddSumOptions, kTaken},
+    CommandRow{Command::kRecord, "Records devices, for voltaris-node to answer as they did.",
+               RecordHelp, AddRecordOptions, kLeftOut, "",
+               "record writes a recording, and takes no format, columns or order"},
+    CommandRow{Command::kCheck, "Holds power and nodes against thresholds, for monitoring.",
+               CheckHelp, [](CLI::App& app, RawOptions& raw) { AddCheckOptions(app, raw.live); },
+               kLeftOut, "", "check has an output of its own"},
+    CommandRow{Command::kPing, "Connects, makes a signed round trip, and tells how long it took.",
+               PingHelp, [](CLI::App& app, RawOptions& raw) { AddPingOptions(app, raw.live); },
+               kLeftOut, "output",
+               "ping has an output of its own; of the settings of outputs it takes --output"},
+    CommandRow{Command::kWatch, "Collects again and again, as a live table.", WatchHelp,
+               [](CLI::App& app, RawOptions& raw) { AddWatchOptions(app, raw.live); }, kLeftOut,
+               "sort",
+               "watch has an output of its own; of the settings of outputs it takes --sort"}};
 
-constexpr const Row& RowOf(Command command) { return kRows[static_cast<std::size_t>(command)]; }
-static_assert(std::ranges::all_of(kRows,
-                                  [](const Row& row) { return &RowOf(row.command) == &row; }));
+constexpr const CommandRow& RowOf(Command command) {
+  return kRows[static_cast<std::size_t>(command)];
+}
+static_assert(std::ranges::all_of(kRows, [](const CommandRow& row) {
+  return &RowOf(row.command) == &row;
+}));
 
 // Its own options come first, so that theirs are the short names.
-CLI::App* AddCommand(CLI::App& app, const Row& row, RawOptions& raw) {
+CLI::App* AddCommand(CLI::App& app, const CommandRow& row, RawOptions& raw) {
   CLI::App* command = app.add_subcommand(CommandName(row.command), row.purpose);
   row.add_options(*command, raw);
   AddSettingOptions(*command, row.output);
@@ -133,7 +139,7 @@ CLI::App* AddCommand(CLI::App& app, const Row& row, RawOptions& raw) {
   return command;
 }
 
-void RefuseOutputSettings(const CLI::App& app, const Row& row) {
+void RefuseOutputSettings(const CLI::App& app, const CommandRow& row) {
   for (const Setting& setting : AllSettings()) {
     if (!setting.shapes_output || setting.name == row.taken) continue;
     if (app.count("--" + std::string(setting.name)) > 0) throw Failure(kExitUsage, row.refusal);
@@ -158,7 +164,7 @@ CommandLine::CommandLine()
   app_.require_subcommand(1);
   AddSettingOptions(app_);
   AddTalk(app_, raw_);
-  for (const Row& row : kRows) commands_.push_back(AddCommand(app_, row, raw_));
+  for (const CommandRow& row : kRows) commands_.push_back(AddCommand(app_, row, raw_));
   AddOfflineCommands(app_, action_);
   for (CLI::App* added : app_.get_subcommands([](const CLI::App*) { return true; })) {
     const bool asks = std::ranges::find(commands_, added) != commands_.end();
@@ -183,12 +189,12 @@ bool CommandLine::Names(Command command) const {
 }
 
 Command CommandLine::command() const {
-  return std::ranges::find_if(kRows, [this](const Row& row) { return Names(row.command); })
+  return std::ranges::find_if(kRows, [this](const CommandRow& row) { return Names(row.command); })
       ->command;
 }
 
 ConfigurationSources CommandLine::sources() const {
-  const Row& row = RowOf(command());
+  const CommandRow& row = RowOf(command());
   if (row.output == kLeftOut) RefuseOutputSettings(app_, row);
   const bool takes_none = row.output == kLeftOut && row.taken.empty();
   return SourcesGiven(*commands_[static_cast<std::size_t>(row.command)],

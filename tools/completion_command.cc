@@ -10,7 +10,7 @@
 namespace vt::tools {
 namespace {
 
-constexpr const char* kHelp =
+constexpr const char* kCompletionHelp =
     R"(Examples:
   voltaris completion bash
   voltaris completion zsh > _voltaris
@@ -34,7 +34,7 @@ void AddCompletionCommand(CLI::App& app, Action& chosen) {
   const auto shell = std::make_shared<std::string>();
   CLI::App* completion =
       app.add_subcommand("completion", "Prints a script that makes a shell complete commands.");
-  completion->footer(kHelp);
+  completion->footer(kCompletionHelp);
   completion->add_option("shell", *shell, "bash, zsh or fish")
       ->required()
       ->type_name("SHELL")

@@ -23,7 +23,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char* kHelp =
+constexpr const char* kConfigHelp =
     R"(Examples:
   voltaris config check
   voltaris config show --origin --config examples/config.toml --profile night
@@ -156,7 +156,7 @@ ExitCode Show(const ConfigurationSources& sources, bool origin, const Streams& s
 
 void AddConfigCommand(CLI::App& app, Action& chosen) {
   CLI::App* config = app.add_subcommand("config", "Checks and shows the configuration.");
-  config->footer(kHelp);
+  config->footer(kConfigHelp);
   config->require_subcommand(1);
   CLI::App* check = config->add_subcommand(
       "check", "Checks the configuration files, and the files that they name.");

@@ -32,7 +32,7 @@ constexpr std::size_t kLargestInput = std::size_t{256} << 20;
 constexpr const char* kTooLarge = "the input is larger than 256 MiB";
 constexpr std::uint16_t kUsualPort = 7440;
 
-constexpr const char* kHelp =
+constexpr const char* kDecodeHelp =
     R"help(Examples:
   voltaris decode examples/office.pcap
   voltaris decode --hex "$(cat examples/query.hex)" -o json
@@ -47,7 +47,7 @@ Exit codes: 0 all messages could be read and, with a key, are signed with it;
 8 there is no message.
 )help";
 
-struct Arguments {
+struct DecodeArguments {
   std::string file;
   std::string hex;
   std::string key_file;
@@ -83,7 +83,7 @@ std::vector<std::uint8_t> ReadFile(const std::string& path) {
   }
 }
 
-std::vector<std::uint8_t> InputOf(const Arguments& arguments, const Streams& streams) {
+std::vector<std::uint8_t> InputOf(const DecodeArguments& arguments, const Streams& streams) {
   if (arguments.file.empty() == arguments.hex.empty()) {
     throw Failure(kExitUsage, "decode needs a FILE (- for standard input) or --hex");
   }
@@ -94,7 +94,7 @@ std::vector<std::uint8_t> InputOf(const Arguments& arguments, const Streams& str
   return arguments.file == "-" ? ReadStream(streams.in) : ReadFile(arguments.file);
 }
 
-std::optional<voltaris::Key> KeyOf(const Arguments& arguments) {
+std::optional<voltaris::Key> KeyOf(const DecodeArguments& arguments) {
   if (arguments.key_file.empty()) return std::nullopt;
   return ReadKeyFile(arguments.key_file);
 }
@@ -102,7 +102,7 @@ std::optional<voltaris::Key> KeyOf(const Arguments& arguments) {
 // Decoding prints the messages as they come, and counts what is to be told in the end.
 class Decoding {
  public:
-  Decoding(const Arguments& arguments, const Streams& streams)
+  Decoding(const DecodeArguments& arguments, const Streams& streams)
       : arguments_(arguments), streams_(streams), verifier_(KeyOf(arguments)) {}
 
   ExitCode Run() {
@@ -168,7 +168,7 @@ class Decoding {
     return unreadable_ == messages_ ? kExitProtocol : kExitUnverified;
   }
 
-  const Arguments& arguments_;
+  const DecodeArguments& arguments_;
   const Streams& streams_;
   Verifier verifier_;
   std::vector<std::string> notes_;
@@ -180,10 +180,10 @@ class Decoding {
 }  // namespace
 
 void AddDecodeCommand(CLI::App& app, Action& chosen) {
-  const auto arguments = std::make_shared<Arguments>();
+  const auto arguments = std::make_shared<DecodeArguments>();
   CLI::App* decode =
       app.add_subcommand("decode", "Makes messages of a file or a capture readable.");
-  decode->footer(kHelp);
+  decode->footer(kDecodeHelp);
   decode->add_option("file", arguments->file, "input, - for standard input")->type_name("FILE");
   decode->add_option("--hex", arguments->hex, "input as hexadecimal digits")->type_name("DIGITS");
   decode->add_option("--key-file", arguments->key_file, "file with the key to verify with")

@@ -11,7 +11,7 @@
 namespace vt::tools {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kIdExamples =
     R"(Examples:
   voltaris id random
   voltaris id random --file new.id
@@ -90,7 +90,7 @@ void AddParts(CLI::App& id, Action& chosen) {
 
 void AddIdCommand(CLI::App& app, Action& chosen) {
   CLI::App* id = app.add_subcommand("id", "Makes identities.");
-  id->footer(kExamples);
+  id->footer(kIdExamples);
   id->require_subcommand(1);
   AddRandom(*id, chosen);
   AddMac(*id, chosen);

@@ -20,7 +20,7 @@ Json WattsJson(std::int64_t raw, const std::optional<int>& units) {
   return units ? Json(voltaris::to_watts(raw, *units)) : Json(nullptr);
 }
 
-struct JsonOf {
+struct ValueJson {
   Json operator()(std::monostate) const { return nullptr; }
   Json operator()(const std::string& text) const { return text; }
   Json operator()(std::int64_t number) const { return number; }
@@ -39,7 +39,7 @@ struct JsonOf {
 Json RowJson(const Options& options, const NodeAnswer& node, const Row& row) {
   Json members = {{"node", NodeName(*node.target)}, {"device", row.device}, {"entity", row.entity}};
   for (std::size_t i = 0; i < options.attributes.size(); ++i) {
-    members[KeyOf(*options.attributes[i])] = std::visit(JsonOf{}, row.values[i]);
+    members[KeyOf(*options.attributes[i])] = std::visit(ValueJson{}, row.values[i]);
   }
   return members;
 }

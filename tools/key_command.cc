@@ -16,7 +16,7 @@
 namespace vt::tools {
 namespace {
 
-constexpr const char* kExamples =
+constexpr const char* kKeyExamples =
     R"(Examples:
   voltaris key generate new.key
   voltaris key derive --passphrase-file office.phrase --id-file office.id my.key
@@ -123,7 +123,7 @@ void AddCheck(CLI::App& key, Action& chosen) {
 
 void AddKeyCommand(CLI::App& app, Action& chosen) {
   CLI::App* key = app.add_subcommand("key", "Makes, derives and checks files with keys.");
-  key->footer(kExamples);
+  key->footer(kKeyExamples);
   key->require_subcommand(1);
   AddGenerate(*key, chosen);
   AddDerive(*key, chosen);

@@ -21,7 +21,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char* kHelp = R"(Examples:
+constexpr const char* kNodesHelp = R"(Examples:
   voltaris nodes -n 'pdu[01-40].lab,127.0.0.1:7441'
   voltaris nodes -N examples/targets.toml -n @racks -o json
 
@@ -155,7 +155,7 @@ ExitCode Run(const ConfigurationSources& sources, bool resolve, const Streams& s
 
 void AddNodesCommand(CLI::App& app, Action& chosen) {
   CLI::App* nodes = app.add_subcommand("nodes", "Lists the nodes that would be asked.");
-  nodes->footer(kHelp);
+  nodes->footer(kNodesHelp);
   AddSettingOptions(*nodes);
   const auto resolve = std::make_shared<bool>(false);
   const std::string meaning =

@@ -20,7 +20,7 @@ double Milliseconds(std::chrono::nanoseconds time) {
 }
 
 // Three digits: clocks and schedulers are not more exact.
-std::string Decimal(double number, int digits = 3) {
+std::string FixedDecimal(double number, int digits = 3) {
   std::array<char, 64> text{};
   const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), number,
                                           std::chars_format::fixed, digits);
@@ -31,12 +31,12 @@ void AddPhase(std::string& line, const char* name, const PingTimes::Time& time) 
   if (!time) return;
   line += line.ends_with('(') ? "" : ", ";
   line += name;
-  line += ' ' + Decimal(Milliseconds(*time));
+  line += ' ' + FixedDecimal(Milliseconds(*time));
 }
 
 // --- JSON ---
 
-Json Rounded(double milliseconds) { return std::round(milliseconds * 1000) / 1000; }
+Json Rounded(double time) { return std::round(time * 1000) / 1000; }
 
 Json TimeOf(const PingTimes::Time& time) {
   return time ? Rounded(Milliseconds(*time)) : Json(nullptr);
@@ -60,8 +60,8 @@ Json JsonOf(const PingResult& result, std::size_t number) {
 
 Json JsonOf(const PingedNode& node) {
   const PingStatistics& statistics = node.statistics;
-  const auto of_answered = [&statistics](double milliseconds) {
-    return statistics.answered() > 0 ? Rounded(milliseconds) : Json(nullptr);
+  const auto of_answered = [&statistics](double time) {
+    return statistics.answered() > 0 ? Rounded(time) : Json(nullptr);
   };
   Json pings = Json::array();
   for (const PingResult& result : node.results) pings.push_back(JsonOf(result, pings.size() + 1));
@@ -90,7 +90,7 @@ Status StatusOf(const PingedNode& node) {
 std::string PingLine(const PingedNode& node, std::size_t number, const PingResult& result) {
   std::string line = Printable(NodeName(*node.target)) + ": " + std::to_string(number) + ": ";
   if (const PingTimes::Time total = result.times.total()) {
-    line += Decimal(Milliseconds(*total)) + " ms";
+    line += FixedDecimal(Milliseconds(*total)) + " ms";
   } else {
     line.append(StatusWord(result.verdict.status)).append(": ").append(result.verdict.reason);
   }
@@ -110,10 +110,11 @@ std::string StatisticsText(const std::vector<PingedNode>& nodes) {
     const PingStatistics& statistics = node.statistics;
     text += Printable(NodeName(*node.target)) + ": " + std::to_string(statistics.sent()) +
             " sent, " + std::to_string(statistics.answered()) + " answered, " +
-            Decimal(statistics.loss(), 0) + "% loss";
+            FixedDecimal(statistics.loss(), 0) + "% loss";
     if (statistics.answered() > 0) {
-      text += "; min/avg/max/mdev " + Decimal(statistics.min()) + '/' + Decimal(statistics.avg()) +
-              '/' + Decimal(statistics.max()) + '/' + Decimal(statistics.mdev()) + " ms";
+      text += "; min/avg/max/mdev " + FixedDecimal(statistics.min()) + '/' +
+              FixedDecimal(statistics.avg()) + '/' + FixedDecimal(statistics.max()) + '/' +
+              FixedDecimal(statistics.mdev()) + " ms";
     }
     text += '\n';
   }

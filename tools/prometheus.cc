@@ -109,7 +109,7 @@ const std::vector<NodeMetric>& NodeMetrics() {
   return metrics;
 }
 
-std::string NodesText(const Report& report) {
+std::string MetricsOfNodes(const Report& report) {
   std::string text;
   for (const NodeMetric& metric : NodeMetrics()) {
     Family family(std::string(metric.name), metric.help);
@@ -219,7 +219,7 @@ std::string InfoText(const Report& report) {
 }  // namespace
 
 std::string PrometheusText(const Report& report) {
-  std::string text = NodesText(report);
+  std::string text = MetricsOfNodes(report);
   const std::vector<const Attribute*>& attributes = report.options->attributes;
   for (std::size_t i = 0; i < attributes.size(); ++i) {
     const Attribute& attribute = *attributes[i];

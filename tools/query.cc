@@ -29,7 +29,7 @@ std::vector<std::string> SplitKeywords(std::string_view list) {
   return items;
 }
 
-voltaris::DeviceId DeviceOf(const std::string& text) {
+voltaris::DeviceId DeviceIdOf(const std::string& text) {
   voltaris::Expected<voltaris::DeviceId> device = voltaris::DeviceId::from_text(text);
   if (!device) throw Failure(kExitUsage, device.error().text);
   return *device;
@@ -40,7 +40,7 @@ void AddQualifiers(voltaris::QueryDescription& description, const Options& optio
   for (const voltaris::Category category : options.categories) {
     description.where(voltaris::category, category);
   }
-  for (const std::string& id : options.ids) description.where(voltaris::identity, DeviceOf(id));
+  for (const std::string& id : options.ids) description.where(voltaris::identity, DeviceIdOf(id));
   for (const std::string& role : options.roles) description.where(voltaris::role, role);
   for (const std::string& name : options.names) description.where(voltaris::name, name);
   for (const std::string& list : options.keywords) {

@@ -13,7 +13,7 @@ namespace {
 
 // --- cells ---
 
-struct TextOf {
+struct CellTextOf {
   std::string operator()(std::monostate) const { return {}; }
   std::string operator()(const std::string& text) const { return text; }
   std::string operator()(std::int64_t number) const { return std::to_string(number); }
@@ -67,7 +67,7 @@ bool IsNumeric(const Column& column) {
 
 std::string CellText(const Column& column, const RowOfNode& at, const ShortIds* short_ids) {
   if (column.kind == Column::Kind::kAttribute) {
-    return std::visit(TextOf{}, at.row->values[column.index]);
+    return std::visit(CellTextOf{}, at.row->values[column.index]);
   }
   const bool is_short = column.kind == Column::Kind::kDevice && short_ids != nullptr;
   return is_short ? (*short_ids)(at.row->device) : FixedText(column.kind, *at.node, at.row);

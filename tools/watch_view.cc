@@ -9,7 +9,7 @@ using Kind = KeyPress::Kind;
 
 constexpr std::size_t kLongestFilter = 64;
 
-constexpr const char* kHelp =
+constexpr const char* kKeysHelp =
     "q quit  / filter  sort: d device n name l level u usage c change  b bars  arrows scroll";
 
 // DropLast takes away the last character of UTF-8.
@@ -106,8 +106,8 @@ void WatchView::SortBy(WatchColumn column, bool descending_at_first) {
 std::string WatchView::LastLine() const {
   const std::string shown = Shown(filter_, charset_);
   if (is_typing_) return "filter: " + shown + "_   Enter keeps it, Esc removes it";
-  if (!filter_.empty()) return "filter: " + shown + "   Esc removes it   " + kHelp;
-  return kHelp;
+  if (!filter_.empty()) return "filter: " + shown + "   Esc removes it   " + kKeysHelp;
+  return kKeysHelp;
 }
 
 std::vector<ScreenLine> WatchView::Lines(const WatchModel& model, const std::string& note,

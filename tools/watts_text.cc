@@ -9,13 +9,13 @@
 namespace vt::tools {
 namespace {
 
-struct Unit {
+struct WattsUnit {
   double watts;
   std::string_view name;
 };
 
-constexpr std::array kUnits = {Unit{1e-3, "mW"}, Unit{1, "W"}, Unit{1e3, "kW"}, Unit{1e6, "MW"},
-                               Unit{1e9, "GW"}};
+constexpr std::array kWattsUnits = {WattsUnit{1e-3, "mW"}, WattsUnit{1, "W"}, WattsUnit{1e3, "kW"},
+                                    WattsUnit{1e6, "MW"}, WattsUnit{1e9, "GW"}};
 
 // What is less than one of the last digit is nothing.
 constexpr double kLeast = 0.5e-6;
@@ -40,8 +40,8 @@ std::string PlainWatts(double watts) { return Decimal(watts, 6); }
 
 std::string RoundWatts(double watts) {
   if (std::abs(watts) < kLeast) return "0 W";
-  const Unit* chosen = &kUnits.front();
-  for (const Unit& unit : kUnits) {
+  const WattsUnit* chosen = &kWattsUnits.front();
+  for (const WattsUnit& unit : kWattsUnits) {
     // What would be rounded to 1000 of a unit is 1 of the next.
     if (std::abs(watts) >= unit.watts * 0.9999995) chosen = &unit;
   }

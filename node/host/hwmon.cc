@@ -7,7 +7,7 @@
 namespace vt::node {
 namespace {
 
-constexpr std::string_view kFolder = "sys/class/hwmon/";
+constexpr std::string_view kChipsFolder = "sys/class/hwmon/";
 
 // Index takes "power", a number and the ending apart: 3 of power3_input.
 std::optional<std::int64_t> Index(const std::string& file, std::string_view ending) {
@@ -49,7 +49,7 @@ Caliber CaliberOf(const std::string& chip) {
 HwmonSource::HwmonSource(Tree tree) : tree_(std::move(tree)) {}
 
 void HwmonSource::FindOnChip(const std::string& folder, Findings& findings) {
-  const std::string path = std::string(kFolder) + folder + "/";
+  const std::string path = std::string(kChipsFolder) + folder + "/";
   const std::string device = tree_.LinkName(path + "device");
   // The kernel shows a battery's values here once more.
   if (!device.empty() && tree_.Exists("sys/class/power_supply/" + device)) return;
@@ -73,7 +73,7 @@ void HwmonSource::FindOnChip(const std::string& folder, Findings& findings) {
 Findings HwmonSource::Find() {
   sensors_.clear();
   Findings findings;
-  for (const std::string& folder : tree_.List(std::string(kFolder))) {
+  for (const std::string& folder : tree_.List(std::string(kChipsFolder))) {
     if (folder.starts_with("hwmon")) FindOnChip(folder, findings);
   }
   if (sensors_.empty()) {

@@ -18,7 +18,7 @@ constexpr std::size_t kMostWords = 8;
 constexpr std::size_t kLongestName = 64;
 constexpr std::size_t kLongestNumber = 18;
 
-using Words = std::vector<std::string>;
+using NutWords = std::vector<std::string>;
 
 NutError Unreachable(int error) {
   return {Trouble::kUnreachable, std::generic_category().message(error)};
@@ -26,7 +26,7 @@ NutError Unreachable(int error) {
 
 NutError Nonsense(const std::string& what) { return {Trouble::kFaulty, what}; }
 
-std::string Quoted(const Words& words) {
+std::string Quoted(const NutWords& words) {
   std::string text;
   for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
   return "\"" + PrintableText(text) + "\"";
@@ -38,9 +38,9 @@ bool IsName(const std::string& name) {
          name.find_first_of(":+") == std::string::npos;
 }
 
-bool IsError(const Words& words) { return !words.empty() && words[0] == "ERR"; }
+bool IsError(const NutWords& words) { return !words.empty() && words[0] == "ERR"; }
 
-[[noreturn]] void Refuse(const Words& words) {
+[[noreturn]] void Refuse(const NutWords& words) {
   const bool denied = words.size() > 1 && words[1] == "ACCESS-DENIED";
   throw NutError(denied ? Trouble::kDenied : Trouble::kFaulty,
                  "the server answers " + Quoted(words));
@@ -49,7 +49,7 @@ bool IsError(const Words& words) { return !words.empty() && words[0] == "ERR"; }
 }  // namespace
 
 std::optional<std::vector<std::string>> ParseNutLine(std::string_view line) {
-  Words words;
+  NutWords words;
   bool in_word = false;
   bool in_quotes = false;
   for (std::size_t i = 0; i < line.size(); ++i) {
@@ -159,7 +159,7 @@ std::string NutConnection::ReadLine() {
 
 std::vector<std::string> NutConnection::ReadWords() {
   const std::string line = ReadLine();
-  std::optional<Words> words = ParseNutLine(line);
+  std::optional<NutWords> words = ParseNutLine(line);
   if (!words) throw Nonsense("the server answers \"" + PrintableText(line) + "\"");
   return *std::move(words);
 }
@@ -170,11 +170,12 @@ std::vector<std::string> NutConnection::Request(const std::string& line) {
 }
 
 std::vector<NutConnection::Listed> NutConnection::List() {
-  Words words = Request("LIST UPS");
+  NutWords words = Request("LIST UPS");
   if (IsError(words)) Refuse(words);
-  if (words != Words{"BEGIN", "LIST", "UPS"}) throw Nonsense("the server answers " + Quoted(words));
+  if (words != NutWords{"BEGIN", "LIST", "UPS"})
+    throw Nonsense("the server answers " + Quoted(words));
   std::vector<Listed> listed;
-  for (words = ReadWords(); words != Words{"END", "LIST", "UPS"}; words = ReadWords()) {
+  for (words = ReadWords(); words != NutWords{"END", "LIST", "UPS"}; words = ReadWords()) {
     const bool well_formed =
         (words.size() == 2 || words.size() == 3) && words[0] == "UPS" && IsName(words[1]);
     if (!well_formed) throw Nonsense("the server lists " + Quoted(words));
@@ -186,7 +187,7 @@ std::vector<NutConnection::Listed> NutConnection::List() {
 
 std::optional<std::string> NutConnection::Variable(const std::string& supply,
                                                    const std::string& variable) {
-  Words words = Request("GET VAR " + supply + " " + variable);
+  NutWords words = Request("GET VAR " + supply + " " + variable);
   if (words.size() == 4 && words[0] == "VAR" && words[1] == supply && words[2] == variable) {
     return std::move(words[3]);
   }

@@ -6,10 +6,10 @@
 namespace vt::node {
 namespace {
 
-constexpr const char* kFolder = "sys/class/power_supply";
+constexpr const char* kSuppliesFolder = "sys/class/power_supply";
 
 std::string FilePath(const std::string& folder, const char* file) {
-  return std::string(kFolder) + "/" + folder + "/" + file;
+  return std::string(kSuppliesFolder) + "/" + folder + "/" + file;
 }
 
 // Some drivers give what flows out a sign.
@@ -54,7 +54,7 @@ HostEntity PowerSupplySource::Describe(const Supply& supply) const {
 Findings PowerSupplySource::Find() {
   supplies_.clear();
   Findings findings;
-  for (const std::string& folder : tree_.List(kFolder)) {
+  for (const std::string& folder : tree_.List(kSuppliesFolder)) {
     if (supplies_.size() == kMostEntities) break;
     const std::optional<Type> type = TypeOf(folder);
     if (!type) continue;
@@ -65,7 +65,8 @@ Findings PowerSupplySource::Find() {
     supplies_.push_back(std::move(supply));
   }
   if (supplies_.empty()) {
-    findings.note = tree_.Path(kFolder) + ": no battery, and no supply that tells its power";
+    findings.note =
+        tree_.Path(kSuppliesFolder) + ": no battery, and no supply that tells its power";
   }
   return findings;
 }
@@ -124,7 +125,7 @@ std::string PowerSupplySource::Advice(Trouble trouble) const {
 
 std::optional<bool> PowerSupplySource::OnMains() const {
   std::optional<bool> plugged_in;
-  for (const std::string& folder : tree_.List(kFolder)) {
+  for (const std::string& folder : tree_.List(kSuppliesFolder)) {
     const std::optional<Type> type = TypeOf(folder);
     if (!type || *type == Type::kBattery) continue;
     // 2 is a programmable supply that is plugged in.
