@@ -22,13 +22,16 @@ vtapi_test(
   program_harness
   voltaris_recording)
 
+# What tests of voltaris-node share.
+add_library(node_harness STATIC node/node_support.cc)
+target_link_libraries(node_harness PRIVATE test_options voltaris_node_parts)
+target_precompile_headers(node_harness REUSE_FROM test_pch)
+
 # The parts of voltaris-node, and the node as clients see it.
 vtapi_test(
   node_tests
   SOURCES
-  node/action_test.cc
   node/disk_calls.cc
-  node/energy_counter_test.cc
   node/fault_exchange_test.cc
   node/fault_file_test.cc
   node/fault_test.cc
@@ -36,36 +39,48 @@ vtapi_test(
   node/fleet_file_test.cc
   node/fleet_survey_test.cc
   node/garbage_test.cc
-  node/host_device_test.cc
-  node/host_exchange_test.cc
-  node/host_sensors_test.cc
-  node/host_tree.cc
   node/http_server_test.cc
-  node/hwmon_test.cc
   node/log_test.cc
   node/metrics_test.cc
-  node/node_support.cc
   node/notify_test.cc
-  node/nut_connection_test.cc
-  node/nut_test.cc
   node/pattern_test.cc
-  node/power_supply_test.cc
   node/power_units_test.cc
-  node/probe_command_test.cc
-  node/probe_output_test.cc
   node/profile_test.cc
-  node/rapl_test.cc
   node/replay_test.cc
   node/replay_window_test.cc
   node/reply_packer_test.cc
   node/responder_test.cc
   node/spoil_test.cc
   node/state_file_test.cc
-  node/tree_test.cc
   LIBRARIES
+  node_harness
   program_harness
   voltaris_node_parts)
 add_dependencies(node_tests voltaris voltaris-node)
+
+# The host as a device of voltaris-node.
+vtapi_test(
+  host_tests
+  SOURCES
+  node/host/action_test.cc
+  node/host/energy_counter_test.cc
+  node/host/host_device_test.cc
+  node/host/host_exchange_test.cc
+  node/host/host_sensors_test.cc
+  node/host/host_tree.cc
+  node/host/hwmon_test.cc
+  node/host/nut_connection_test.cc
+  node/host/nut_test.cc
+  node/host/power_supply_test.cc
+  node/host/probe_command_test.cc
+  node/host/probe_output_test.cc
+  node/host/rapl_test.cc
+  node/host/tree_test.cc
+  LIBRARIES
+  node_harness
+  program_harness
+  voltaris_node_parts)
+add_dependencies(host_tests voltaris voltaris-node)
 
 # The parts of voltaris.
 vtapi_test(
@@ -134,15 +149,16 @@ add_dependencies(
   example_asio_loop)
 
 # Prints what a fleet of 10,000 devices takes, and one of 100,000.
-add_executable(fleet_figures EXCLUDE_FROM_ALL node/fleet_figures.cc
-                                              node/node_support.cc)
-target_link_libraries(fleet_figures PRIVATE test_options program_harness voltaris_node_parts harness vtapi)
+add_executable(fleet_figures EXCLUDE_FROM_ALL node/fleet_figures.cc)
+target_link_libraries(fleet_figures PRIVATE test_options node_harness program_harness voltaris_node_parts
+                                    harness vtapi)
 target_precompile_headers(fleet_figures REUSE_FROM test_pch)
 set_target_properties(fleet_figures PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/..")
 
 # Likewise, of the program under load; run by scripts/node-load.
-add_executable(node_load EXCLUDE_FROM_ALL node/node_load.cc node/node_support.cc)
-target_link_libraries(node_load PRIVATE test_options program_harness voltaris_node_parts harness vtapi)
+add_executable(node_load EXCLUDE_FROM_ALL node/node_load.cc)
+target_link_libraries(node_load PRIVATE test_options node_harness program_harness voltaris_node_parts
+                                harness vtapi)
 target_precompile_headers(node_load REUSE_FROM test_pch)
 set_target_properties(node_load PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/..")
 

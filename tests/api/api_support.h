@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "vtapi.h"
@@ -23,6 +24,7 @@
 #include "tests/harness/hex.h"
 #include "tests/harness/log_capture.h"
 #include "tests/harness/pdu_image.h"
+#include "tests/harness/peer.h"
 
 namespace vt::testing {
 
@@ -39,6 +41,8 @@ using SessionPtr = std::unique_ptr<Session, ReleaseWith<&voltaris_closeSession>>
 using QueryPtr = std::unique_ptr<Query, ReleaseWith<&voltaris_releaseQuery>>;
 using ResultPtr = std::unique_ptr<ResultSet, ReleaseWith<&voltaris_releaseResult>>;
 using EventPtr = std::unique_ptr<Event, ReleaseWith<&cv_cleanup_event>>;
+using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
+using FleetPtr = std::unique_ptr<CollectionFleet, ReleaseWith<&voltaris_releaseFleet>>;
 
 using Lines = std::vector<LogLine>;
 
@@ -58,6 +62,15 @@ inline SessionPtr LoopbackSession(std::uint32_t port) {
   const Bytes key = SessionKey();
   return SessionPtr(voltaris_createSession("127.0.0.1", port, kIdentity, key.data(), 20));
 }
+
+// QueryCreator makes a query for a domain, with a priority.
+using QueryCreator = Query* (*)(const char*, std::uint32_t);
+
+inline Query* CreateFurtherQuery(const char* domain, std::uint32_t priority) {
+  return voltaris_createQuery(1, 3, domain, priority);
+}
+
+inline QueryPtr CollectQuery() { return QueryPtr(voltaris_createCollectQuery("office", 7)); }
 
 // BindAsExecuted leaves the query as execution does, without a message having been sent.
 inline void BindAsExecuted(Query* query, Session* session) {
@@ -101,6 +114,11 @@ inline std::vector<std::int32_t> Columns(const Query* query) {
     result.push_back(reinterpret_cast<const attribute_list_entry*>(element)->attribute);
   }
   return result;
+}
+
+// The element that a query got last.
+inline const Tlv* LastElement(const Query* query) {
+  return query->event->tlvs[query->event->pak->tlv_count - 1];
 }
 
 // The wire form of an element of a query.
@@ -165,6 +183,19 @@ inline PduImage ReplyWith(std::vector<Bytes> elements, std::int8_t shipment = 1)
   return image;
 }
 
+// A signed reply with one usage value.
+inline Bytes UsageReply(std::string_view device, std::uint32_t entity, std::uint8_t usage) {
+  return ReplyWith({Aggregate(13, device, {Entry(entity, {0, usage})})}).Signed(SessionKey());
+}
+
+// AfterQuery is a peer's script: it reads the query, does the rest and closes.
+inline ScriptedPeer::Script AfterQuery(ScriptedPeer::Script rest) {
+  return [rest = std::move(rest)](PeerConnection& c) {
+    c.ReadPdu();
+    rest(c);
+  };
+}
+
 // A signed message as the library decodes it.
 inline EventPtr Decoded(const Bytes& wire) {
   const hmac_context key = Keyed(SessionKey());
@@ -189,7 +220,7 @@ inline ResultPtr EmptyResult(Query* query) {
 class Collection {
  public:
   explicit Collection(std::initializer_list<std::int32_t> attributes,
-                      Query* (*create)(const char*, std::uint32_t) = voltaris_createCollectQuery)
+                      QueryCreator create = voltaris_createCollectQuery)
       : query_(create("office", 0)), result_(EmptyResult(query_.get())) {
     for (const std::int32_t attribute : attributes) {
       EXPECT_EQ(voltaris_addGetAttribute(query_.get(), attribute), 0);

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +19,6 @@
 namespace {
 
 using namespace vt::testing;
-
-using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
 
 // Stepped is a collection with what it needs.
 struct Stepped {
@@ -68,18 +65,6 @@ ResultPtr ResultOf(const Stepped& stepped) {
   return ResultPtr(voltaris_takeCollectionResult(stepped.get()));
 }
 
-// A peer that reads the query, runs the rest of the script and closes.
-ScriptedPeer::Script Answering(std::function<void(PeerConnection&)> rest) {
-  return [rest = std::move(rest)](PeerConnection& c) {
-    c.ReadPdu();
-    rest(c);
-  };
-}
-
-Bytes UsageOf(std::string_view device, std::uint32_t entity, std::uint8_t usage) {
-  return ReplyWith({Aggregate(13, device, {Entry(entity, {0, usage})})}).Signed(SessionKey());
-}
-
 Bytes WillAnswer(std::string_view device) {
   PduImage image = ReplyWith({Aggregate(42, device, {Entry(2), Entry(1)})}, -1);
   image.cls = 13;
@@ -87,8 +72,8 @@ Bytes WillAnswer(std::string_view device) {
 }
 
 TEST(Collection, OfANodeThatAnswersAndClosesIsComplete) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    c.Send(WillAnswer("lamp") + UsageOf("lamp", 1, 11) + UsageOf("fan", 2, 12));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    c.Send(WillAnswer("lamp") + UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 12));
   }));
   const Stepped stepped = Start(peer.port());
   EXPECT_EQ(RunToEnd(stepped), VT_COLLECTION_COMPLETE);
@@ -153,7 +138,7 @@ TEST(Collection, WithoutADescriptorIsUnreachable) {
 }
 
 TEST(Collection, WithoutAcknowledgementsHasNoArraysForThem) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) { c.Send(UsageOf("lamp", 1, 11)); }));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) { c.Send(UsageReply("lamp", 1, 11)); }));
   const Stepped stepped = Start(peer.port());
   EXPECT_EQ(RunToEnd(stepped), VT_COLLECTION_COMPLETE);
   const ResultPtr result = ResultOf(stepped);
@@ -212,7 +197,7 @@ TEST(Collection, WhoseQueryCannotBeSentEndsWithThatError) {
 }
 
 TEST(Collection, SendsAByteAtATimeWhereThatIsAllThatGoes) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) { c.Send(UsageOf("lamp", 1, 11)); }));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) { c.Send(UsageReply("lamp", 1, 11)); }));
   int calls = 0;
   const SendHook hook([&](int fd, const void* bytes, std::size_t, int flags) {
     ++calls;
@@ -228,8 +213,8 @@ TEST(Collection, SendsAByteAtATimeWhereThatIsAllThatGoes) {
 }
 
 TEST(Collection, OfASilentNodeEndsByItsIdleLimitWithWhatThereIs) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    c.Send(UsageOf("lamp", 1, 11));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    c.Send(UsageReply("lamp", 1, 11));
     c.WaitForClose();
   }));
   const Stepped stepped = Start(peer.port(), {.connect_ms = 0, .idle_ms = 30, .total_ms = 0});
@@ -241,8 +226,8 @@ TEST(Collection, OfASilentNodeEndsByItsIdleLimitWithWhatThereIs) {
 }
 
 TEST(Collection, OfANodeThatNeverFinishesAMessageEndsByItsIdleLimit) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    const Bytes reply = UsageOf("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    const Bytes reply = UsageReply("lamp", 1, 11);
     c.Send(Bytes(reply.begin(), reply.end() - 1));
     c.WaitForClose();
   }));
@@ -251,8 +236,8 @@ TEST(Collection, OfANodeThatNeverFinishesAMessageEndsByItsIdleLimit) {
 }
 
 TEST(Collection, OfANodeThatSendsWithoutEndEndsAtItsDeadline) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    const Bytes reply = UsageOf("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    const Bytes reply = UsageReply("lamp", 1, 11);
     try {
       for (;;) c.Send(reply);
     } catch (const PeerError&) {
@@ -266,7 +251,7 @@ TEST(Collection, OfANodeThatSendsWithoutEndEndsAtItsDeadline) {
 }
 
 TEST(Collection, OfANodeThatResetsEndsWithThatError) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) { c.Reset(); }));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) { c.Reset(); }));
   const Stepped stepped = Start(peer.port());
   EXPECT_EQ(RunToEnd(stepped), VT_COLLECTION_READ_ERROR);
   EXPECT_EQ(voltaris_getCollectionErrno(stepped.get()), ECONNRESET);
@@ -274,8 +259,8 @@ TEST(Collection, OfANodeThatResetsEndsWithThatError) {
 }
 
 TEST(Collection, OfANodeThatAnnouncesTooMuchIsOverSize) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    Bytes reply = UsageOf("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    Bytes reply = UsageReply("lamp", 1, 11);
     reply[76] = 0xFF;
     c.Send(reply);
     c.WaitForClose();
@@ -286,8 +271,8 @@ TEST(Collection, OfANodeThatAnnouncesTooMuchIsOverSize) {
 }
 
 TEST(Collection, ThatIsCancelledKeepsWhatThereIs) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    c.Send(UsageOf("lamp", 1, 11));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    c.Send(UsageReply("lamp", 1, 11));
     c.WaitForClose();
   }));
   const Stepped stepped = Start(peer.port());
@@ -307,13 +292,13 @@ TEST(Collection, ThatIsCancelledKeepsWhatThereIs) {
 }
 
 TEST(Collection, CountsForgedAndMalformedMessagesWhichChangeNothing) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) {
-    Bytes forged = UsageOf("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) {
+    Bytes forged = UsageReply("lamp", 1, 11);
     forged.back() ^= 1;
-    Bytes malformed = UsageOf("lamp", 2, 12);
+    Bytes malformed = UsageReply("lamp", 2, 12);
     malformed[9] = 0x22;  // an authentication that is none
-    const Bytes cut = UsageOf("lamp", 3, 13);
-    c.Send(forged + malformed + UsageOf("lamp", 4, 14) + Bytes(cut.begin(), cut.begin() + 70));
+    const Bytes cut = UsageReply("lamp", 3, 13);
+    c.Send(forged + malformed + UsageReply("lamp", 4, 14) + Bytes(cut.begin(), cut.begin() + 70));
   }));
   const LogCapture quiet(kSilent);
   const Stepped stepped = Start(peer.port());
@@ -321,12 +306,12 @@ TEST(Collection, CountsForgedAndMalformedMessagesWhichChangeNothing) {
   EXPECT_EQ(stepped.counters().accepted, 1u);
   EXPECT_EQ(stepped.counters().forged, 1u);
   EXPECT_EQ(stepped.counters().malformed, 2u);
-  EXPECT_EQ(stepped.counters().bytes, 3 * UsageOf("lamp", 1, 11).size() + 70);
+  EXPECT_EQ(stepped.counters().bytes, 3 * UsageReply("lamp", 1, 11).size() + 70);
   EXPECT_EQ(RowNames(ResultOf(stepped).get()), std::vector<std::string>{"lamp/4"});
 }
 
 TEST(Collection, ReadsOnAfterAnInterruption) {
-  ScriptedPeer peer(Answering([](PeerConnection& c) { c.Send(UsageOf("lamp", 1, 11)); }));
+  ScriptedPeer peer(AfterQuery([](PeerConnection& c) { c.Send(UsageReply("lamp", 1, 11)); }));
   int calls = 0;
   const RecvfromHook hook([&](int, void*, std::size_t, int, sockaddr*, socklen_t*) {
     if (++calls % 2 == 0) return std::optional<ssize_t>();
@@ -357,7 +342,7 @@ TEST(Collection, OutcomesHaveWords) {
 TEST(Collection, ManyOnOneSessionEndEachWithItsOwnResult) {
   constexpr std::size_t kMany = 40;
   std::uint8_t number = 0;
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(UsageOf("lamp", 1, ++number)); }),
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(UsageReply("lamp", 1, ++number)); }),
                     kMany);
   const SessionPtr session = LoopbackSession(peer.port());
   std::vector<QueryPtr> queries;
@@ -417,12 +402,12 @@ TEST(Collection, ReleasedAtAnyPointLeavesNothingBehind) {
 
 TEST(Collection, WithoutMemoryIsNoneOrEndsWithItsErrorCode) {
   const LogCapture quiet(kSilent);
-  const Bytes answer = WillAnswer("lamp") + UsageOf("lamp", 1, 11) + UsageOf("fan", 2, 12);
+  const Bytes answer = WillAnswer("lamp") + UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 12);
   const std::size_t failures = SweepAllocationFailures([&](AllocationFault& fault) {
     std::unique_ptr<ScriptedPeer> peer;
     {
       const AllocationFault::Pause pause;
-      peer = std::make_unique<ScriptedPeer>(Answering([&](PeerConnection& c) { c.Send(answer); }));
+      peer = std::make_unique<ScriptedPeer>(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
     }
     const LiveBlocks live;
     {

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <functional>
 #include <string>
 
 #include "vtapi.h"
@@ -45,17 +44,9 @@ void Collect(Exchange& exchange) {
   ASSERT_NE(exchange.result, nullptr);
 }
 
-// A peer that reads the query, runs the rest of the script and closes.
-ScriptedPeer::Script Answering(const std::function<void(PeerConnection&)>& rest) {
-  return [rest](PeerConnection& c) {
-    c.ReadPdu();
-    rest(c);
-  };
-}
-
 // The usual case: what a peer says in one go.
 Exchange Collected(const Bytes& answer) {
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(answer); }));
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
   Exchange exchange = Ask(peer.port());
   Collect(exchange);
   EXPECT_TRUE(peer.Join());
@@ -63,10 +54,6 @@ Exchange Collected(const Bytes& answer) {
 }
 
 Bytes Signed(const PduImage& image) { return image.Signed(SessionKey()); }
-
-Bytes UsageOf(std::string_view device, std::uint32_t entity, std::uint8_t usage) {
-  return Signed(ReplyWith({Aggregate(13, device, {Entry(entity, {0, usage})})}));
-}
 
 PduImage WillImage(std::string_view device, const std::vector<std::uint32_t>& entities) {
   std::vector<Bytes> entries;
@@ -83,7 +70,7 @@ void ExpectUsage(ResultSet* result, std::uint8_t usage) {
 }
 
 TEST(Exchange, OfTwoRepliesAndACloseIsComplete) {
-  const Exchange exchange = Collected(UsageOf("lamp", 1, 11) + UsageOf("fan", 2, 22));
+  const Exchange exchange = Collected(UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 22));
   EXPECT_EQ(voltaris_getErrorCode(exchange.result.get()), 0);
   EXPECT_EQ(exchange->answers_received, 2);
   EXPECT_EQ(RowNames(exchange.result.get()), (std::vector<std::string>{"fan/2", "lamp/1"}));
@@ -94,8 +81,8 @@ TEST(Exchange, OfTwoRepliesAndACloseIsComplete) {
 TEST(Exchange, ReportsItsCourseAtDebug) {
   PduImage wont = WillImage("fan", {3});
   wont.shipment = 0xFE;
-  const Bytes answer = Signed(WillImage("lamp", {1, 2})) + Signed(wont) + UsageOf("lamp", 1, 11);
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(answer); }));
+  const Bytes answer = Signed(WillImage("lamp", {1, 2})) + Signed(wont) + UsageReply("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
   const LogCapture log(kDebug);
   Exchange exchange = Ask(peer.port());
   Collect(exchange);
@@ -116,7 +103,7 @@ TEST(Exchange, ReportsItsCourseAtDebug) {
 }
 
 TEST(Exchange, LeavesTheConnectionToTheReleaseOfTheQuery) {
-  Exchange exchange = Collected(UsageOf("lamp", 1, 11));
+  Exchange exchange = Collected(UsageReply("lamp", 1, 11));
   EXPECT_NE(fcntl(exchange.session->descriptor, F_GETFD), -1);
   exchange.result.reset();
   EXPECT_NE(fcntl(exchange.session->descriptor, F_GETFD), -1);
@@ -128,14 +115,14 @@ TEST(Exchange, LeavesTheConnectionToTheReleaseOfTheQuery) {
 
 TEST(Exchange, LeavesNoDescriptorOpen) {
   const std::set<int> open = OpenDescriptors();
-  Collected(UsageOf("lamp", 1, 11));
+  Collected(UsageReply("lamp", 1, 11));
   EXPECT_EQ(OpenDescriptors(), open);
 }
 
 TEST(Exchange, TakesRepliesThatArriveByteByByte) {
   const Bytes answer =
-      Signed(WillImage("lamp", {1})) + UsageOf("lamp", 1, 11) + UsageOf("fan", 2, 22);
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.SendInPieces(answer, 1); }));
+      Signed(WillImage("lamp", {1})) + UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 22);
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.SendInPieces(answer, 1); }));
   Exchange exchange = Ask(peer.port());
   Collect(exchange);
   EXPECT_EQ(voltaris_getErrorCode(exchange.result.get()), 0);
@@ -145,9 +132,9 @@ TEST(Exchange, TakesRepliesThatArriveByteByByte) {
 }
 
 TEST(Exchange, TakesRepliesCutAtAnyPoint) {
-  const Bytes answer = UsageOf("lamp", 1, 11) + UsageOf("fan", 2, 22);
+  const Bytes answer = UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 22);
   for (const std::size_t piece : {7u, 12u, 13u, 80u, 81u, 100u}) {
-    ScriptedPeer peer(Answering([&](PeerConnection& c) { c.SendInPieces(answer, piece); }));
+    ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.SendInPieces(answer, piece); }));
     Exchange exchange = Ask(peer.port());
     Collect(exchange);
     EXPECT_EQ(exchange->answers_received, 2) << piece;
@@ -165,7 +152,7 @@ TEST(Exchange, WithAPeerThatClosesAtOnceIsEmpty) {
 }
 
 TEST(Exchange, EndsWithoutAnErrorWhenThePeerClosesInsideAMessage) {
-  const Bytes good = UsageOf("lamp", 1, 11);
+  const Bytes good = UsageReply("lamp", 1, 11);
   for (const std::size_t size : {1u, 5u, 11u, 12u, 40u, 79u, 80u, 81u}) {
     const LogCapture log(kDebug);
     const Exchange exchange =
@@ -178,9 +165,9 @@ TEST(Exchange, EndsWithoutAnErrorWhenThePeerClosesInsideAMessage) {
 }
 
 TEST(Exchange, EndsWithTheErrorNumberWhenThePeerResets) {
-  const Bytes good = UsageOf("lamp", 1, 11);
+  const Bytes good = UsageReply("lamp", 1, 11);
   for (const std::size_t size : {0u, 5u, 40u, 81u}) {
-    ScriptedPeer peer(Answering([&](PeerConnection& c) {
+    ScriptedPeer peer(AfterQuery([&](PeerConnection& c) {
       c.Send(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)));
       c.Reset();
     }));
@@ -195,13 +182,13 @@ TEST(Exchange, EndsWithTheErrorNumberWhenThePeerResets) {
 }
 
 TEST(Exchange, DropsAForgedReplyAndTakesTheNextGoodOne) {
-  Bytes flipped = UsageOf("lamp", 1, 11);
+  Bytes flipped = UsageReply("lamp", 1, 11);
   flipped.back() ^= 1;
   const PduImage image = ReplyWith({Aggregate(13, "lamp", {Entry(1, {0, 11})})});
   for (const Bytes& forged :
        {flipped, image.Unsigned(), image.Signed(Bytes(20, 9)), ReplyWith({}).Unsigned()}) {
     const LogCapture log(kDebug);
-    const Exchange exchange = Collected(forged + UsageOf("fan", 2, 22));
+    const Exchange exchange = Collected(forged + UsageReply("fan", 2, 22));
     EXPECT_TRUE(log.Has(kDebug, "vtn_processReply: Error while unpacking, error_code=5"));
     EXPECT_EQ(voltaris_getErrorCode(exchange.result.get()), 0);
     EXPECT_EQ(exchange->answers_received, 1);
@@ -246,7 +233,7 @@ TEST(Exchange, TakesAMessageOf1400BytesAndStopsAtOneOf1401) {
   const PduImage over_size = ReplyWith({Element(0, 0, Bytes(1309, 1))});
   ASSERT_EQ(Signed(fits).size(), 1400u);
   const LogCapture log(kDebug);
-  const Exchange exchange = Collected(Signed(fits) + Signed(over_size) + UsageOf("lamp", 1, 11));
+  const Exchange exchange = Collected(Signed(fits) + Signed(over_size) + UsageReply("lamp", 1, 11));
   EXPECT_EQ(exchange->answers_received, 1);
   EXPECT_TRUE(log.Has(kDebug,
                       "vtn_read_tcp_message: Incoming packet exceeds Voltaris max packet "
@@ -261,7 +248,7 @@ TEST(Exchange, StopsAtAHeaderLengthThatLeadsBeyondAnyMessage) {
     PduImage image;
     image.digest_len = length;
     const LogCapture log(kDebug);
-    const Exchange exchange = Collected(Signed(image) + UsageOf("lamp", 1, 11));
+    const Exchange exchange = Collected(Signed(image) + UsageReply("lamp", 1, 11));
     EXPECT_EQ(exchange->answers_received, 0);
     EXPECT_TRUE(log.Has(kDebug,
                         "vtn_read_tcp_message: Incoming packet exceeds Voltaris max "
@@ -300,8 +287,8 @@ TEST(Exchange, WorksOnDescriptorsAbove1023) {
     limit.rlim_cur = 2001;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << "descriptor 2000 cannot be had";
   }
-  const Bytes answer = UsageOf("lamp", 1, 11);
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(answer); }));
+  const Bytes answer = UsageReply("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
   Exchange exchange = Ask(peer.port());
   ASSERT_EQ(dup2(exchange.session->descriptor, 2000), 2000);
   close(exchange.session->descriptor);
@@ -313,8 +300,8 @@ TEST(Exchange, WorksOnDescriptorsAbove1023) {
 }
 
 TEST(Exchange, SurvivesAnInterruptedWait) {
-  const Bytes answer = UsageOf("lamp", 1, 11);
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(answer); }));
+  const Bytes answer = UsageReply("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
   Exchange exchange = Ask(peer.port());
   bool interrupted = false;
   const PollHook poll([&](pollfd*, nfds_t, int) -> std::optional<int> {
@@ -333,8 +320,8 @@ TEST(Exchange, SurvivesAnInterruptedWait) {
 
 TEST(Exchange, WithAPeerThatStaysSilentEndsAfter180SecondsAndKeepsWhatCame) {
   // The peer keeps the connection open; the expiry of the second wait is made up.
-  const Bytes answer = UsageOf("lamp", 1, 11);
-  ScriptedPeer peer(Answering([&](PeerConnection& c) {
+  const Bytes answer = UsageReply("lamp", 1, 11);
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) {
     c.Send(answer);
     c.WaitForClose();
   }));
@@ -364,7 +351,7 @@ TEST(Exchange, WithAPeerThatStaysSilentEndsAfter180SecondsAndKeepsWhatCame) {
 }
 
 TEST(Exchange, WithoutMemoryForAnArrayLeavesTheReplyUnread) {
-  const Bytes answer = UsageOf("lamp", 1, 11);
+  const Bytes answer = UsageReply("lamp", 1, 11);
   for (const std::size_t allocation : {1u, 2u}) {
     ConnectedPair pair;
     pair.far().Send(answer);
@@ -457,7 +444,7 @@ TEST(Exchange, OfASumQueryReadsCombinedEntries) {
     image.action = 10;
     return image.Signed(SessionKey());
   }();
-  ScriptedPeer peer(Answering([&](PeerConnection& c) { c.Send(answer); }));
+  ScriptedPeer peer(AfterQuery([&](PeerConnection& c) { c.Send(answer); }));
   Exchange exchange;
   exchange.session = LoopbackSession(peer.port());
   exchange.query.reset(voltaris_createSumQuery("office", 7));
@@ -476,7 +463,7 @@ TEST(Exchange, OfASecondQueryOnTheSameSessionHasItsOwnResult) {
       [&](PeerConnection& c) {
         const Bytes query = c.ReadPdu();
         numbers.push_back(query[35]);
-        c.Send(UsageOf("lamp", 1, static_cast<std::uint8_t>(query[35] + 10)));
+        c.Send(UsageReply("lamp", 1, static_cast<std::uint8_t>(query[35] + 10)));
       },
       2);
   const SessionPtr session = LoopbackSession(peer.port());

@@ -24,8 +24,6 @@ namespace {
 
 using namespace vt::testing;
 
-using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
-using FleetPtr = std::unique_ptr<CollectionFleet, ReleaseWith<&voltaris_releaseFleet>>;
 using Outcomes = std::multiset<std::int32_t>;
 
 constexpr CollectionOptions kShort = {.connect_ms = 40, .idle_ms = 40, .total_ms = 0};
@@ -50,15 +48,11 @@ struct Ships {
   const FleetCounters& counters() const { return *voltaris_getFleetCounters(fleet.get()); }
 };
 
-Bytes UsageOf(std::string_view device) {
-  return ReplyWith({Aggregate(13, device, {Entry(1, {0, 11})})}).Signed(SessionKey());
-}
-
 // A peer that reads the query and answers with one row.
 ScriptedPeer::Script Answering() {
   return [](PeerConnection& c) {
     c.ReadPdu();
-    c.Send(UsageOf("lamp"));
+    c.Send(UsageReply("lamp", 1, 11));
   };
 }
 
@@ -236,10 +230,10 @@ TEST(Fleet, AMessageDelaysTheIdleLimit) {
   });
   ScriptedPeer peer([](PeerConnection& c) {
     c.ReadPdu();
-    c.Send(UsageOf("lamp"));
+    c.Send(UsageReply("lamp", 1, 11));
     for (int i = 1; i < kMessages; ++i) {
       c.ReadExactly(1);
-      c.Send(UsageOf("lamp"));
+      c.Send(UsageReply("lamp", 1, 11));
     }
     c.WaitForClose();
   });
@@ -266,7 +260,7 @@ TEST(Fleet, AMessageDelaysTheIdleLimit) {
 TEST(Fleet, ServesOthersWhileANodeNeverPauses) {
   ScriptedPeer endless([](PeerConnection& c) {
     c.ReadPdu();
-    const Bytes reply = UsageOf("lamp");
+    const Bytes reply = UsageReply("lamp", 1, 11);
     try {
       for (;;) c.Send(reply);
     } catch (const PeerError&) {
@@ -292,7 +286,7 @@ TEST(Fleet, TakesWhatANodeSentInAFloodToTheEnd) {
   constexpr std::uint32_t kReplies = 3000;  // more than one step reads
   ScriptedPeer peer([](PeerConnection& c) {
     c.ReadPdu();
-    const Bytes reply = UsageOf("lamp");
+    const Bytes reply = UsageReply("lamp", 1, 11);
     for (std::uint32_t i = 0; i < kReplies; ++i) c.Send(reply);
   });
   Ships ships;
@@ -318,7 +312,7 @@ TEST(Fleet, GoesOnByItselfWhereAStepLeftBytesBehind) {
   ships.Add(peer.port());
   EXPECT_EQ(voltaris_runFleet(ships.fleet.get(), nullptr, nullptr), 0);
   EXPECT_EQ(TakeAll(ships.fleet.get()), Outcomes{VT_COLLECTION_COMPLETE});
-  EXPECT_GT(hook.calls(), UsageOf("lamp").size());
+  EXPECT_GT(hook.calls(), UsageReply("lamp", 1, 11).size());
 }
 
 TEST(Fleet, TakesNewOnesFromItsCallback) {
@@ -503,7 +497,7 @@ TEST(Fleet, WithoutADescriptorIsNone) {
 // reach what was released.
 TEST(Fleet, IsNotToldOfASocketThatIsOpenElsewhere) {
   ScriptedPeer peer([](PeerConnection& c) {
-    c.Send(UsageOf("lamp"));
+    c.Send(UsageReply("lamp", 1, 11));
     c.WaitForClose();
   });
   Ships ships;

@@ -7,18 +7,13 @@
 #include <cstring>
 #include <set>
 
+#include "tests/api/pool_guard.h"
 #include "tests/harness/faults.h"
 
 namespace {
 
 using namespace vt::testing;
 using vt::api::NodePool;
-
-// PoolGuard returns the pool's memory in the end.
-struct PoolGuard {
-  NodePool pool{};
-  ~PoolGuard() { pool.ReleaseAll(); }
-};
 
 TEST(NodePool, GivesOutPiecesThatDoNotOverlap) {
   PoolGuard guard;

@@ -16,17 +16,7 @@ using namespace vt::testing;
 constexpr std::uint32_t kAllowance = 180;
 constexpr std::uint32_t kLimit = 1400;
 
-using Create = Query* (*)(const char*, std::uint32_t);
-
-Query* CreateFurther(const char* domain, std::uint32_t priority) {
-  return voltaris_createQuery(1, 3, domain, priority);
-}
-
-QueryPtr Make(Create create) { return QueryPtr(create("office", 7)); }
-
-const Tlv* LastElement(const Query* query) {
-  return query->event->tlvs[query->event->pak->tlv_count - 1];
-}
+QueryPtr Make(QueryCreator create) { return QueryPtr(create("office", 7)); }
 
 std::string GetLine(const std::string& message) { return "voltaris_addGetAttribute: " + message; }
 std::string SetLine(const std::string& message) { return "voltaris_addSetAttribute: " + message; }
@@ -116,7 +106,7 @@ TEST(AddGetAttribute, KeepsTheOrderOfTheCalls) {
 }
 
 TEST(AddGetAttribute, TestsNeitherClassNorActionOfOtherQueries) {
-  for (const Create create : {&voltaris_createSetQuery, &CreateFurther}) {
+  for (const QueryCreator create : {&voltaris_createSetQuery, &CreateFurtherQuery}) {
     const QueryPtr query = Make(create);
     EXPECT_EQ(voltaris_addGetAttribute(query.get(), 4), 0);
     EXPECT_EQ(voltaris_addGetAttribute(query.get(), 8), 0);
@@ -131,7 +121,7 @@ TEST(AddGetAttribute, TestsNeitherClassNorActionOfOtherQueries) {
 
 TEST(AddGetAttribute, RefusesNumbersThatNameNoAttribute) {
   for (const std::int32_t attribute : {0, 23, -1, 255, INT32_MAX, INT32_MIN}) {
-    for (const Create create : {&voltaris_createCollectQuery, &voltaris_createSumQuery}) {
+    for (const QueryCreator create : {&voltaris_createCollectQuery, &voltaris_createSumQuery}) {
       const QueryPtr query = Make(create);
       const LogCapture log(kDebug);
       EXPECT_EQ(voltaris_addGetAttribute(query.get(), attribute), -1);
@@ -189,7 +179,7 @@ TEST(AddGetAttribute, OfANameOnASumQueryFails) {
 }
 
 // ExpectLastRoom checks that need bytes beside the allowance are the last that fit.
-void ExpectLastRoom(Create create, std::int32_t attribute, std::uint32_t need) {
+void ExpectLastRoom(QueryCreator create, std::int32_t attribute, std::uint32_t need) {
   SCOPED_TRACE("attribute " + std::to_string(attribute));
   const QueryPtr fits = Make(create);
   FillTo(fits.get(), kLimit - kAllowance - need);
@@ -393,7 +383,7 @@ TEST(AddSetAttribute, ReadsNumbersAtOddAddresses) {
 TEST(AddSetAttribute, RefusesNumbersThatNameNoAttribute) {
   for (const std::int32_t attribute : {0, 23, -1, INT32_MAX, INT32_MIN}) {
     // The number goes before class and action.
-    for (const Create create :
+    for (const QueryCreator create :
          {&voltaris_createSetQuery, &voltaris_createCollectQuery, &voltaris_createSumQuery}) {
       const QueryPtr query = Make(create);
       const LogCapture log(kDebug);
@@ -420,7 +410,7 @@ TEST(AddSetAttribute, OnACollectQueryIsMinus2) {
 }
 
 TEST(AddSetAttribute, OnTheFurtherActionIsMinus2) {
-  const QueryPtr query = Make(CreateFurther);
+  const QueryPtr query = Make(CreateFurtherQuery);
   const LogCapture log(kDebug);
   EXPECT_EQ(voltaris_addSetAttribute(query.get(), 4, "x"), -2);
   EXPECT_EQ(log.lines(), (Lines{{kWarn, SetLine("not supported for action type 14")}}));

@@ -26,9 +26,7 @@ const LogLine kNotConnected = Exec(kError, "Error connecting to host, query fail
 // A query for "office" leaves as 80 bytes of headers, 18 of domain and 13 of time-out.
 constexpr std::int32_t kPduSize = 111;
 
-QueryPtr Collect() { return QueryPtr(voltaris_createCollectQuery("office", 7)); }
-
-// The message that Collect() leaves as.
+// The message that CollectQuery() leaves as.
 PduImage CollectImage(std::uint32_t seq) {
   PduImage image;
   image.seq = seq;
@@ -53,7 +51,7 @@ Bytes Received(Query* query, const Bytes& key = SessionKey()) {
 }
 
 TEST(ExecQuery, SendsOneSignedMessage) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const Bytes image = Received(query.get());
   const Bytes expected =
       Hex("00 02 0000 00000000 00 12 0014 | 20*00 | 00000000") +
@@ -80,7 +78,7 @@ TEST(ExecQuery, CarriesClassActionAndPriorityOfEachKind) {
 }
 
 TEST(ExecQuery, SendsTheLow16BitsOfTheAction) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   query->action = 0x1010B;
   PduImage expected = CollectImage(0);
   expected.action = 0x010B;
@@ -88,13 +86,13 @@ TEST(ExecQuery, SendsTheLow16BitsOfTheAction) {
 }
 
 TEST(ExecQuery, SignsWithTheKeyOfTheSession) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const Bytes key(20, 0x42);
   EXPECT_EQ(Received(query.get(), key), CollectImage(0).Signed(key));
 }
 
 TEST(ExecQuery, SendsAllElementsInTheOrderOfTheCalls) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_addGetAttribute(query.get(), 8), 0);
   ASSERT_EQ(voltaris_addNameQualifier(query.get(), "lamp*"), 0);
   ASSERT_EQ(voltaris_addGetAttribute(query.get(), 4), 0);
@@ -105,7 +103,7 @@ TEST(ExecQuery, SendsAllElementsInTheOrderOfTheCalls) {
 }
 
 TEST(ExecQuery, AddsATimeoutOfSixToAQueryThatHasNone) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const Bytes image = Received(query.get());
   EXPECT_TRUE(
       SameBytes(Hex("00000029 0000000d 00000000 06"), Bytes(image.end() - 13, image.end())));
@@ -114,7 +112,7 @@ TEST(ExecQuery, AddsATimeoutOfSixToAQueryThatHasNone) {
 
 TEST(ExecQuery, KeepsTheTimeoutThatTheQueryHas) {
   for (const std::uint8_t seconds : {std::uint8_t{0}, std::uint8_t{9}, std::uint8_t{255}}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     ASSERT_EQ(voltaris_addQualifier(query.get(), 19, &seconds), 0);
     PduImage expected = CollectImage(0);
     expected.elements[1] = Element(41, 0, {seconds});
@@ -127,7 +125,7 @@ TEST(ExecQuery, UsesConsecutiveSequenceNumbersAndAConnectionForEachQuery) {
   ScriptedPeer peer([&](PeerConnection& c) { received.push_back(c.ReadAll()); }, 2);
   const SessionPtr session = LoopbackSession(peer.port());
   for (int i = 0; i < 2; ++i) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
   }
   ASSERT_TRUE(peer.Join());
@@ -143,7 +141,7 @@ TEST(ExecQuery, BindsTheQueryToTheSessionAndGivesUpItsEvent) {
     c.ReadAll();
   });
   const SessionPtr session = LoopbackSession(peer.port());
-  QueryPtr query = Collect();
+  QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_addGetAttribute(query.get(), 4), 0);
   ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
   EXPECT_EQ(query->session, session.get());
@@ -165,7 +163,7 @@ TEST(ExecQuery, BindsTheQueryToTheSessionAndGivesUpItsEvent) {
 TEST(ExecQuery, LogsTheSentBytesAtDebugWithoutADump) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kDebug);
   ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
   EXPECT_EQ(log.lines(), (Lines{Exec(kDebug, "sent 111 bytes")}));
@@ -174,7 +172,7 @@ TEST(ExecQuery, LogsTheSentBytesAtDebugWithoutADump) {
 TEST(ExecQuery, DumpsTheMessageAtTraceAfterTheSentLine) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kTrace);
   ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
   const Lines lines = log.lines();
@@ -201,7 +199,7 @@ TEST(ExecQuery, DumpsTheMessageAtTraceAfterTheSentLine) {
 
 TEST(ExecQuery, AgainstARefusingPeerReturnsTheSizeOfTheMessage) {
   const SessionPtr session = LoopbackSession(static_cast<std::uint32_t>(UnusedPort()));
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const std::set<int> open = OpenDescriptors();
   const LogCapture log(kDebug);
   EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), kPduSize);
@@ -216,7 +214,7 @@ TEST(ExecQuery, AgainstARefusingPeerReturnsTheSizeOfTheMessage) {
 
 TEST(ExecQuery, WithoutAConnectionDumpsNothing) {
   const SessionPtr session = LoopbackSession(static_cast<std::uint32_t>(UnusedPort()));
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kTrace);
   EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), kPduSize);
   EXPECT_EQ(From(log, "voltaris_dump_pdu"), Lines{});
@@ -225,7 +223,7 @@ TEST(ExecQuery, WithoutAConnectionDumpsNothing) {
 
 TEST(ExecQuery, WithoutASocketReturnsTheSizeOfTheMessage) {
   const SessionPtr session = LoopbackSession(7440);
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const SocketHook no_socket([](int domain, int type, int protocol) -> std::optional<int> {
     EXPECT_EQ(domain, AF_INET);
     EXPECT_EQ(type, SOCK_STREAM);
@@ -244,7 +242,7 @@ TEST(ExecQuery, WithoutASocketReturnsTheSizeOfTheMessage) {
 TEST(ExecQuery, SendsOnceAndAsksForNoSignal) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const SendHook sends([&](int fd, const void*, std::size_t len, int flags) {
     EXPECT_EQ(fd, session->descriptor);
     EXPECT_EQ(len, std::size_t{kPduSize});
@@ -258,7 +256,7 @@ TEST(ExecQuery, SendsOnceAndAsksForNoSignal) {
 TEST(ExecQuery, AFailedSendReturnsTheSizeOfTheMessagePlusOne) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const SendHook fails([](int, const void*, std::size_t, int) -> std::optional<ssize_t> {
     errno = ECONNRESET;
     return -1;
@@ -279,7 +277,7 @@ TEST(ExecQuery, AShortSendReturnsTheBytesNotSent) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
   for (const ssize_t sent : {ssize_t{0}, ssize_t{10}, ssize_t{110}}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const SocketHook own([](int domain, int type, int protocol) {
       return std::optional<int>(socket(domain, type, protocol));
     });
@@ -303,7 +301,7 @@ TEST(ExecQuery, APeerThatResetsBeforeTheSendDoesNotKillTheProcess) {
   const SocketHook sockets([&](int, int, int) { return std::optional(fd); });
   const ConnectHook connects([](int, const sockaddr*, socklen_t) { return std::optional(0); });
   const SessionPtr session = LoopbackSession(7440);
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kDebug);
   EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), kPduSize + 1);
   EXPECT_EQ(log.lines(), (Lines{Exec(kError, "send failed -1, errno = 32"),
@@ -315,14 +313,14 @@ TEST(ExecQuery, ReportsErrorNumbersThatTheLogCallbackCannotChange) {
   const LogCapture log(kTrace);
   const SpoilErrno spoil;
   {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), kPduSize);
     EXPECT_TRUE(log.Has(kError,
                         "voltaris_execQuery: Socket connect failed -1, error = "
                         "111(Connection refused)"));
   }
   {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const SocketHook no_socket([](int, int, int) -> std::optional<int> {
       errno = EMFILE;
       return -1;
@@ -332,7 +330,7 @@ TEST(ExecQuery, ReportsErrorNumbersThatTheLogCallbackCannotChange) {
   }
   {
     ConnectedPair pair;
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const SocketHook sockets([&](int, int, int) { return std::optional(pair.near().Release()); });
     const ConnectHook connects([](int, const sockaddr*, socklen_t) { return std::optional(0); });
     const SendHook fails([](int, const void*, std::size_t, int) -> std::optional<ssize_t> {
@@ -347,7 +345,7 @@ TEST(ExecQuery, ReportsErrorNumbersThatTheLogCallbackCannotChange) {
 TEST(ExecQuery, DoesNotMindAnUnknownLocalAddress) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const GetsocknameHook fails([](int, sockaddr*, socklen_t* len) -> std::optional<int> {
     EXPECT_EQ(*len, 16u);
     errno = ENOBUFS;
@@ -361,7 +359,7 @@ TEST(ExecQuery, DoesNotMindAnUnknownLocalAddress) {
 
 TEST(ExecQuery, ConnectsToTheNodeOfTheSession) {
   const SessionPtr session(voltaris_createSession("192.0.2.1", 7440, kIdentity, nullptr, 0));
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const ConnectHook refuses([](int, const sockaddr* address, socklen_t len) -> std::optional<int> {
     EXPECT_EQ(len, 16u);
     EXPECT_EQ(address->sa_family, AF_INET);
@@ -379,8 +377,8 @@ TEST(ExecQuery, ConnectsToTheNodeOfTheSession) {
 TEST(ExecQuery, LeavesTheConnectionOfAnEarlierQueryOpen) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadPdu(); }, 2);
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr first = Collect();
-  const QueryPtr second = Collect();
+  const QueryPtr first = CollectQuery();
+  const QueryPtr second = CollectQuery();
   ASSERT_EQ(voltaris_execQuery(session.get(), first.get()), 0);
   const int replaced = session->descriptor;
   ASSERT_EQ(voltaris_execQuery(session.get(), second.get()), 0);
@@ -393,7 +391,7 @@ TEST(ExecQuery, ASecondTimeFailsWithoutTakingANumber) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
   const SessionPtr other = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
   const LogCapture log(kDebug);
   EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), -1);
@@ -414,7 +412,7 @@ TEST(ExecQuery, WithoutMemoryForTheMessageLeavesTheQueryUnsent) {
       const AllocationFault::Pause pause;
       pair = new ConnectedPair;
       session = LoopbackSession(7440);
-      query = Collect();
+      query = CollectQuery();
     }
     const SocketHook sockets([&](int, int, int) { return std::optional(pair->near().Release()); });
     const ConnectHook connects([](int, const sockaddr*, socklen_t) { return std::optional(0); });
@@ -450,7 +448,7 @@ TEST(ExecQuery, WithoutMemoryForTheMessageLeavesTheQueryUnsent) {
 TEST(ExecQuery, LeavesAHeldEventToItsHolder) {
   ScriptedPeer peer([](PeerConnection& c) { c.ReadAll(); });
   const SessionPtr session = LoopbackSession(peer.port());
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   Event* const event = query->event;
   event->state = CV_EVENT_STATE_HELD;
   ASSERT_EQ(voltaris_execQuery(session.get(), query.get()), 0);
@@ -486,7 +484,7 @@ TEST(ExecQueryDeathTest, MoreThan65535BytesOfElementsEndTheProcess) {
 TEST(ExecQueryDeathTest, AnExhaustedSequenceCounterEndsTheProcess) {
   const SessionPtr session = LoopbackSession(7440);
   session->sequence_number = 0xFFFFFFFF;
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   EXPECT_EXIT(voltaris_execQuery(session.get(), query.get()), ::testing::KilledBySignal(SIGABRT),
               "getNextSequenceNumber");
 }

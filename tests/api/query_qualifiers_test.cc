@@ -14,18 +14,6 @@ using namespace vt::testing;
 
 constexpr std::uint32_t kRoom = 1400 - 180;  // for elements; the rest is header and reserve
 
-using Create = Query* (*)(const char*, std::uint32_t);
-
-Query* CreateFurther(const char* domain, std::uint32_t priority) {
-  return voltaris_createQuery(1, 3, domain, priority);
-}
-
-QueryPtr Collect() { return QueryPtr(voltaris_createCollectQuery("office", 7)); }
-
-const Tlv* LastElement(const Query* query) {
-  return query->event->tlvs[query->event->pak->tlv_count - 1];
-}
-
 LogLine Adding(std::int32_t attribute) {
   return {kDebug, "voltaris_addQualifier: adding qualifier type " + std::to_string(attribute)};
 }
@@ -40,7 +28,7 @@ LogLine NoRoom(std::int32_t attribute) {
 }
 
 TEST(AddQualifier, OfKeywordsSeparatesThemByZeroBytes) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   char text[] = "a,b,c";
   const LogCapture log(kTrace);
   ASSERT_EQ(voltaris_addQualifier(query.get(), 5, text), 0);
@@ -51,7 +39,7 @@ TEST(AddQualifier, OfKeywordsSeparatesThemByZeroBytes) {
 }
 
 TEST(AddQualifier, OfRoleAndNameTakesTextsAsTheyAre) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_addQualifier(query.get(), 2, "desk,lamp*"), 0);
   EXPECT_EQ(LastElement(query.get())->length, 23u);
   EXPECT_EQ(Wire(LastElement(query.get())), Hex("00000007 00000016 00000001 6465736b2c6c616d702a"));
@@ -61,7 +49,7 @@ TEST(AddQualifier, OfRoleAndNameTakesTextsAsTheyAre) {
 }
 
 TEST(AddQualifier, OfAnIdentityTakes36BytesWithANumberInHostOrder) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   GuardedBytes id = GuardedBytes::AtOddAddress(Hex("32*61 01000000 ff"));
   ASSERT_EQ(voltaris_addQualifier(query.get(), 1, id.data()), 0);
   EXPECT_EQ(LastElement(query.get())->length, 48u);
@@ -69,7 +57,7 @@ TEST(AddQualifier, OfAnIdentityTakes36BytesWithANumberInHostOrder) {
 }
 
 TEST(AddQualifier, OfATimeoutIsNoQualifierOnTheWire) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const std::uint8_t nine = 9;
   const std::uint8_t ten = 10;
   ASSERT_EQ(voltaris_addQualifier(query.get(), 19, &nine), 0);
@@ -93,7 +81,7 @@ TEST(AddQualifier, ShortFormsNameTheKindAndLogAsTheWholeCall) {
                 {voltaris_addNameQualifier, 4, "n", "00000009 0000000d 00000001 6e"},
                 {voltaris_addKeyQualifier, 5, "k", "0000000a 0000000e 00000001 6b00"}};
   for (const auto& row : kCases) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const LogCapture log(kTrace);
     ASSERT_EQ(row.add(query.get(), row.value), 0);
     EXPECT_EQ(log.lines(), (Lines{Adding(row.attribute)}));
@@ -102,7 +90,7 @@ TEST(AddQualifier, ShortFormsNameTheKindAndLogAsTheWholeCall) {
 }
 
 TEST(AddQualifier, StaysOutOfTheColumns) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const std::uint8_t nine = 9;
   ASSERT_EQ(voltaris_addNameQualifier(query.get(), "lamp"), 0);
   ASSERT_EQ(voltaris_addQualifier(query.get(), 19, &nine), 0);
@@ -111,8 +99,8 @@ TEST(AddQualifier, StaysOutOfTheColumns) {
 }
 
 TEST(AddQualifier, IsAcceptedOnEveryKindOfQuery) {
-  for (const Create create : {&voltaris_createSetQuery, &voltaris_createCollectQuery,
-                              &voltaris_createSumQuery, &CreateFurther}) {
+  for (const QueryCreator create : {&voltaris_createSetQuery, &voltaris_createCollectQuery,
+                                    &voltaris_createSumQuery, &CreateFurtherQuery}) {
     const QueryPtr query(create("office", 7));
     EXPECT_EQ(voltaris_addNameQualifier(query.get(), "lamp"), 0);
     EXPECT_EQ(query->event->pak->tlv_count, 2);
@@ -121,7 +109,7 @@ TEST(AddQualifier, IsAcceptedOnEveryKindOfQuery) {
 
 TEST(AddQualifier, RefusesNumbersThatNameNoAttribute) {
   for (const std::int32_t attribute : {0, 23, -1, INT32_MAX, INT32_MIN}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     query->class_ = 12;  // the number goes before the class
     const LogCapture log(kTrace);
     EXPECT_EQ(voltaris_addQualifier(query.get(), attribute, "x"), -1);
@@ -131,7 +119,7 @@ TEST(AddQualifier, RefusesNumbersThatNameNoAttribute) {
 
 TEST(AddQualifier, RefusesOtherClasses) {
   for (const std::int32_t cls : {9, 12, 0, -1}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     query->class_ = cls;
     query->action = 99;  // the class goes before the action
     const LogCapture log(kTrace);
@@ -144,7 +132,7 @@ TEST(AddQualifier, RefusesOtherClasses) {
 
 TEST(AddQualifier, RefusesOtherActionsWithMinus2) {
   for (const std::int32_t action : {9, 12, 13, 15, -1}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     query->action = action;
     const LogCapture log(kTrace);
     EXPECT_EQ(voltaris_addQualifier(query.get(), 4, "x"), -2);
@@ -158,7 +146,7 @@ TEST(AddQualifier, ReportsAnUnsupportedKindAsSuccess) {
   // Deliberate: nothing is added, but after the warning the call succeeds.
   for (const std::int32_t attribute :
        {3, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 20, 21, 22}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const LogCapture log(kTrace);
     EXPECT_EQ(voltaris_addQualifier(query.get(), attribute, "x"), 0);
     EXPECT_EQ(log.lines(), (Lines{Adding(attribute),
@@ -169,7 +157,7 @@ TEST(AddQualifier, ReportsAnUnsupportedKindAsSuccess) {
 }
 
 TEST(AddQualifier, OfUsageReturns0AndAddsNothing) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   EXPECT_EQ(voltaris_addQualifier(query.get(), 8, "x"), 0);
   EXPECT_EQ(query->event->pak->tlv_count, 1);
 }
@@ -184,12 +172,12 @@ TEST(AddQualifier, FillsTheMessageUpTo1400Bytes) {
   } kCases[] = {{2, "desk", 17}, {4, "lamp", 17}, {5, "a,b", 16}, {19, &nine, 13}, {1, &id, 48}};
   for (const auto& row : kCases) {
     SCOPED_TRACE(row.attribute);
-    const QueryPtr fits = Collect();
+    const QueryPtr fits = CollectQuery();
     FillTo(fits.get(), kRoom - row.need);
     EXPECT_EQ(voltaris_addQualifier(fits.get(), row.attribute, row.value), 0);
     EXPECT_EQ(fits->event->pak->tlv_count, 3);
 
-    const QueryPtr full = Collect();
+    const QueryPtr full = CollectQuery();
     FillTo(full.get(), kRoom - row.need + 1);
     const LogCapture log(kTrace);
     EXPECT_EQ(voltaris_addQualifier(full.get(), row.attribute, row.value), -1);
@@ -200,10 +188,10 @@ TEST(AddQualifier, FillsTheMessageUpTo1400Bytes) {
 
 TEST(AddQualifier, OfAnIdentityNeedsRoomFor48Bytes) {
   const sender_id id = {};
-  const QueryPtr fits = Collect();
+  const QueryPtr fits = CollectQuery();
   FillTo(fits.get(), 1352 - 180);
   EXPECT_EQ(voltaris_addIdQualifier(fits.get(), &id), 0);
-  const QueryPtr full = Collect();
+  const QueryPtr full = CollectQuery();
   FillTo(full.get(), 1353 - 180);
   const LogCapture log(kInfo);
   EXPECT_EQ(voltaris_addIdQualifier(full.get(), &id), -1);
@@ -212,13 +200,13 @@ TEST(AddQualifier, OfAnIdentityNeedsRoomFor48Bytes) {
 
 TEST(AddQualifier, RefusesANullValueWithStatus4) {
   for (const std::int32_t attribute : {1, 2, 4, 5, 19}) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const LogCapture log(kTrace);
     EXPECT_EQ(voltaris_addQualifier(query.get(), attribute, nullptr), -1);
     EXPECT_EQ(log.lines(), (Lines{Adding(attribute), Failed(4)})) << attribute;
     EXPECT_EQ(query->event->pak->tlv_count, 1);
   }
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   EXPECT_EQ(voltaris_addNameQualifier(query.get(), nullptr), -1);
   EXPECT_EQ(voltaris_addRoleQualifier(query.get(), nullptr), -1);
   EXPECT_EQ(voltaris_addKeyQualifier(query.get(), nullptr), -1);
@@ -226,7 +214,7 @@ TEST(AddQualifier, RefusesANullValueWithStatus4) {
 }
 
 TEST(AddQualifier, OfAnEmptyTextLeavesAs12Bytes) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_addNameQualifier(query.get(), ""), 0);
   EXPECT_EQ(Wire(LastElement(query.get())), Hex("00000009 0000000c 00000001"));
   ASSERT_EQ(voltaris_addRoleQualifier(query.get(), ""), 0);
@@ -234,13 +222,13 @@ TEST(AddQualifier, OfAnEmptyTextLeavesAs12Bytes) {
 }
 
 TEST(AddQualifier, OfEmptyKeywordsLeavesWithTheOneTerminator) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   ASSERT_EQ(voltaris_addKeyQualifier(query.get(), ""), 0);
   EXPECT_EQ(Wire(LastElement(query.get())), Hex("0000000a 0000000d 00000001 00"));
 }
 
 TEST(AddQualifier, WithoutMemoryForTheKeywordListAddsTheTextUnconverted) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kTrace);
   AllocationFault fault = AllocationFault::Nth(0);
   EXPECT_EQ(voltaris_addKeyQualifier(query.get(), "a,b,c"), 0);
@@ -263,7 +251,7 @@ TEST(AddQualifier, WithoutMemoryForTheElementFailsWithStatus1) {
       QueryPtr query;
       {
         const AllocationFault::Pause pause;
-        query = Collect();
+        query = CollectQuery();
       }
       const LogCapture log(kInfo);
       const std::int32_t status = voltaris_addQualifier(query.get(), row.attribute, row.value);
@@ -284,7 +272,7 @@ TEST(AddQualifier, WithoutMemoryForTheElementFailsWithStatus1) {
 }
 
 TEST(AddQualifier, WithoutMemoryFailsTheSameOnASilencedLog) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const LogCapture log(kSilent);
   const AllocationFault fault = AllocationFault::Nth(0);
   EXPECT_EQ(voltaris_addQualifier(query.get(), 4, "lamp"), -1);
@@ -292,7 +280,7 @@ TEST(AddQualifier, WithoutMemoryFailsTheSameOnASilencedLog) {
 }
 
 TEST(AddQualifier, OnAQueryWithoutAnEventFailsSilently) {
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   cv_cleanup_event(query->event);
   query->event = nullptr;
   const LogCapture log(kTrace);

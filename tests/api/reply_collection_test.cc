@@ -32,7 +32,7 @@ LogLine Results(std::uint32_t level, const std::string& message) {
 // A reply with one usage value for entity 5 of device "lamp".
 PduImage Usage() { return ReplyWith({Aggregate(13, "lamp", {Entry(5, {0x12, 0x34})})}); }
 
-PduImage Acks(std::int8_t shipment, const std::vector<Bytes>& entries) {
+PduImage AckReply(std::int8_t shipment, const std::vector<Bytes>& entries) {
   return ReplyWith({Aggregate(42, "lamp", entries)}, shipment);
 }
 
@@ -456,7 +456,7 @@ TEST(ProcessReply, KeepsOtherNegativeShipmentsWithoutCountingThem) {
   for (const std::int8_t shipment :
        {std::int8_t{-3}, std::int8_t{-4}, std::int8_t{-5}, std::int8_t{-128}}) {
     Collection c({8});
-    PduImage image = Acks(shipment, {Entry(1), Entry(2)});
+    PduImage image = AckReply(shipment, {Entry(1), Entry(2)});
     image.elements.push_back(Usage().elements[0]);
     const LogCapture log(kTrace);
     c.Reply(image);
@@ -474,7 +474,7 @@ TEST(ProcessReply, AnAcknowledgementWithAnAcceptedActionIsAlsoAnAnswer) {
   // Deliberate: counted as pending by the one path and as received by the other; each entity
   // that is not 0 becomes an empty row.
   Collection c({8});
-  c.Reply(Acks(-1, {Entry(5), Entry(0)}));
+  c.Reply(AckReply(-1, {Entry(5), Entry(0)}));
   EXPECT_EQ(voltaris_getAckCount(c.result()), 2);
   EXPECT_EQ(voltaris_getRowCount(c.result()), 1);
   EXPECT_EQ(c.result()->answers_received, 1);
@@ -487,7 +487,7 @@ TEST(ProcessReply, AnAcknowledgementWithAnAcceptedActionIsAlsoAnAnswer) {
 
 TEST(ProcessReply, ARefusalWithAnAcceptedActionIsAlsoAnAnswer) {
   Collection c({8});
-  c.Reply(Acks(-2, {Entry(5), Entry(0)}));
+  c.Reply(AckReply(-2, {Entry(5), Entry(0)}));
   EXPECT_EQ(voltaris_getNakCount(c.result()), 2);
   EXPECT_EQ(voltaris_getAckCount(c.result()), 0);
   EXPECT_EQ(voltaris_getRowCount(c.result()), 1);
@@ -498,7 +498,7 @@ TEST(ProcessReply, ARefusalWithAnAcceptedActionIsAlsoAnAnswer) {
 TEST(ProcessReply, AcknowledgementsOfSetAndSumQueriesMakeNoRows) {
   for (const auto create : {&voltaris_createSetQuery, &voltaris_createSumQuery}) {
     Collection c({8}, create);
-    c.Reply(Acks(-1, {Entry(5)}));
+    c.Reply(AckReply(-1, {Entry(5)}));
     EXPECT_EQ(voltaris_getAckCount(c.result()), 1);
     EXPECT_EQ(voltaris_getRowCount(c.result()), 0);
     EXPECT_EQ(c.result()->answers_received, 1);
@@ -507,7 +507,7 @@ TEST(ProcessReply, AcknowledgementsOfSetAndSumQueriesMakeNoRows) {
 
 TEST(ProcessReply, AnAcknowledgementOfAnotherClassIsCountedAsThatOnly) {
   Collection c({8});
-  PduImage image = Acks(-1, {Entry(5)});
+  PduImage image = AckReply(-1, {Entry(5)});
   image.cls = 13;
   const LogCapture log(kWarn);
   c.Reply(image);

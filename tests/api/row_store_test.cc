@@ -19,7 +19,7 @@ namespace {
 
 using namespace vt::testing;
 
-std::string Numbered(std::uint32_t number) {
+std::string LampName(std::uint32_t number) {
   std::string text = std::to_string(number);
   return "lamp-" + std::string(6 - text.size(), '0') + text;
 }
@@ -43,7 +43,7 @@ void FoldDevices(Collection& c, const std::vector<std::uint32_t>& numbers) {
   for (std::size_t i = 0; i < numbers.size();) {
     std::vector<Bytes> elements;
     for (; i < numbers.size() && elements.size() < 12; ++i) {
-      elements.push_back(Aggregate(14, Numbered(numbers[i]), {Entry(1, {5})}));
+      elements.push_back(Aggregate(14, LampName(numbers[i]), {Entry(1, {5})}));
     }
     c.Reply(std::move(elements));
   }
@@ -68,7 +68,7 @@ TEST(RowStore, KeepsThousandsOfDevicesInOrderHoweverTheyArrive) {
     ASSERT_EQ(voltaris_getRowCount(c.result()), static_cast<std::int32_t>(kCount));
     std::uint32_t number = 0;
     for (const std::string& name : RowNames(c.result())) {
-      ASSERT_EQ(name, Numbered(++number) + "/1");
+      ASSERT_EQ(name, LampName(++number) + "/1");
     }
     EXPECT_EQ(number, kCount);
     EXPECT_EQ(c.result()->rows.depth, static_cast<std::int32_t>(kCount));
@@ -100,7 +100,7 @@ TEST(RowStore, AgreesWithASortedSetOnFewRows) {
     Collection c({9});
     std::set<std::pair<std::string, std::uint32_t>> expected;
     for (int i = 0; i < 60; ++i) {
-      const std::string device = Numbered(below(5));
+      const std::string device = LampName(below(5));
       const std::uint32_t entity = below(50) + 1;
       expected.insert({device, entity});
       c.Reply({Aggregate(14, device, {Entry(entity, {5})})});
@@ -134,7 +134,7 @@ std::vector<Bytes> ManyRowsBehind(std::size_t ballast, const std::vector<std::ui
     std::vector<Bytes> elements;
     std::vector<Bytes> entries;
     for (std::size_t j = i; j < i + 35; ++j) {
-      elements.push_back(Aggregate(14, Numbered(order[j]), {Entry(1, {5})}));
+      elements.push_back(Aggregate(14, LampName(order[j]), {Entry(1, {5})}));
       entries.push_back(Entry(order[j], {5}));
     }
     elements.push_back(Aggregate(14, "large", std::move(entries)));
@@ -198,7 +198,7 @@ TEST(RowStore, FindsEachOfSeventyThousandDevicesAgain) {
   Collection c({9});
   std::vector<aggregated_value> devices(kCount);
   for (std::uint32_t i = 0; i < kCount; ++i) {
-    const Bytes id = Identity32(Numbered(i * 7919 % kCount));  // all of them, here and there
+    const Bytes id = Identity32(LampName(i * 7919 % kCount));  // all of them, here and there
     std::copy(id.begin(), id.end(), devices[i].device.id.bytes);
   }
   Tlv tlv = {0x8000000E, 0, 0, nullptr};
@@ -219,7 +219,7 @@ TEST(RowStore, FindsEachOfSeventyThousandDevicesAgain) {
   }
   std::uint32_t number = 0;
   for (auto* at = c.result()->rows.head; at != nullptr; at = at->next) {
-    const Bytes id = Identity32(Numbered(number++));
+    const Bytes id = Identity32(LampName(number++));
     const auto* device = reinterpret_cast<const device_node*>(at);
     ASSERT_EQ(std::memcmp(device->key->device.id.bytes, id.data(), id.size()), 0) << number;
   }

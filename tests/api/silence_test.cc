@@ -26,10 +26,8 @@ class Silenced {
   LogCapture log_{kSilent};
 };
 
-QueryPtr Collect() { return QueryPtr(voltaris_createCollectQuery("office", 7)); }
-
 // A query with room for nothing more.
-QueryPtr Full(Query* (*create)(const char*, std::uint32_t)) {
+QueryPtr Full(QueryCreator create) {
   QueryPtr query(create("office", 7));
   FillTo(query.get(), 1400 - 180);
   return query;
@@ -55,7 +53,7 @@ TEST(Silence, HoldsWhenASessionCannotBeCreated) {
 
 TEST(Silence, HoldsWhenAttributesAreRefused) {
   const Silenced silenced;
-  const QueryPtr collect = Collect();
+  const QueryPtr collect = CollectQuery();
   const QueryPtr set(voltaris_createSetQuery("office", 7));
   const QueryPtr sum(voltaris_createSumQuery("office", 7));
   EXPECT_EQ(voltaris_addGetAttribute(collect.get(), 99), -1);
@@ -75,7 +73,7 @@ TEST(Silence, HoldsWhenAnAttributeFindsNoMemory) {
   const Silenced silenced;
   std::size_t failures = 0;
   for (bool hit = true; hit; failures += hit ? 1U : 0U) {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const AllocationFault fault = AllocationFault::Nth(failures);
     const std::int32_t added = voltaris_addGetAttribute(query.get(), VT_ATTRIBUTE_NAME);
     hit = fault.hit();
@@ -86,7 +84,7 @@ TEST(Silence, HoldsWhenAnAttributeFindsNoMemory) {
 
 TEST(Silence, HoldsWhenQualifiersAreRefused) {
   const Silenced silenced;
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   EXPECT_EQ(voltaris_addQualifier(query.get(), 99, "x"), -1);
   EXPECT_EQ(voltaris_addQualifier(query.get(), VT_ATTRIBUTE_USAGE, "x"), 0);
   const QueryPtr full = Full(voltaris_createCollectQuery);
@@ -101,7 +99,7 @@ TEST(Silence, HoldsWhenAQueryCannotBeSent) {
   const Silenced silenced;
   const SessionPtr session = LoopbackSession(7440);
   {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const SocketHook fails([](int, int, int) -> std::optional<int> {
       errno = EMFILE;
       return -1;
@@ -112,7 +110,7 @@ TEST(Silence, HoldsWhenAQueryCannotBeSent) {
     EXPECT_EQ(voltaris_queryResults(session.get(), query.get()), nullptr);
   }
   {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const ConnectHook refuses([](int, const sockaddr*, socklen_t) -> std::optional<int> {
       errno = ECONNREFUSED;
       return -1;
@@ -121,7 +119,7 @@ TEST(Silence, HoldsWhenAQueryCannotBeSent) {
     EXPECT_EQ(session->descriptor, -1);
   }
   {
-    const QueryPtr query = Collect();
+    const QueryPtr query = CollectQuery();
     const ConnectHook connects([](int, const sockaddr*, socklen_t) { return std::optional(0); });
     const SendHook fails([](int, const void*, std::size_t, int) -> std::optional<ssize_t> {
       errno = EPIPE;
@@ -134,7 +132,7 @@ TEST(Silence, HoldsWhenAQueryCannotBeSent) {
 TEST(Silence, HoldsWhenThereIsNoMemoryForTheMessage) {
   const Silenced silenced;
   const SessionPtr session = LoopbackSession(7440);
-  const QueryPtr query = Collect();
+  const QueryPtr query = CollectQuery();
   const AllocationFault fault = AllocationFault::FromNth(0);
   EXPECT_EQ(voltaris_execQuery(session.get(), query.get()), -1);
   EXPECT_TRUE(fault.hit());
@@ -143,7 +141,7 @@ TEST(Silence, HoldsWhenThereIsNoMemoryForTheMessage) {
 // A query that counts as sent on descriptor 1000, which the hooks of the test stand for.
 class Sent {
  public:
-  Sent() : session_(LoopbackSession(7440)), query_(Collect()) {
+  Sent() : session_(LoopbackSession(7440)), query_(CollectQuery()) {
     session_->descriptor = 1000;
     BindAsExecuted(query_.get(), session_.get());
   }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "api/row_store.h"
+#include "tests/api/pool_guard.h"
 #include "tests/harness/faults.h"
 
 namespace {
@@ -34,12 +35,6 @@ struct Identities {
 struct Numbers {
   using Index = SortedIndex<std::uint32_t, entity_node, NumberOrder>;
   static std::uint32_t Key(std::uint32_t number) { return number; }
-};
-
-// PoolGuard returns the pool's memory in the end.
-struct PoolGuard {
-  NodePool pool{};
-  ~PoolGuard() { pool.ReleaseAll(); }
 };
 
 // SortedIndexOf is a kind of index with what the tests do to it.

@@ -60,6 +60,13 @@ inline Bytes Encode(const Tlv* tlv) {
   return Bytes(output.data(), output.data() + size);
 }
 
+// UnpackReport holds what a call of the unpack family reports.
+struct UnpackReport {
+  std::uint32_t consumed = 77;
+  std::int32_t remaining = 0;
+  std::uint32_t status = 77;
+};
+
 // MakeTlv is an element in memory of the malloc family that takes over value.
 inline TlvPtr MakeTlv(std::uint32_t type, std::uint32_t length, std::uint32_t qualifier,
                       void* value) {

@@ -253,7 +253,7 @@ TEST(Scalars, NullSourcePacksNothing) {
 }
 
 template <class T>
-void ExpectExhaustion(const Family<T>& f) {
+void ExpectExhaustionIsStatusOne(const Family<T>& f) {
   SCOPED_TRACE(f.name);
   const Bytes wire = Hex("01020304");
   const T source = 0x41;
@@ -276,12 +276,12 @@ void ExpectExhaustion(const Family<T>& f) {
 }
 
 TEST(Scalars, ExhaustedMemoryIsStatusOne) {
-  ExpectExhaustion(kInt8);
-  ExpectExhaustion(kUint8);
-  ExpectExhaustion(kUint16);
-  ExpectExhaustion(kInt32);
-  ExpectExhaustion(kUint32);
-  ExpectExhaustion(kLong);
+  ExpectExhaustionIsStatusOne(kInt8);
+  ExpectExhaustionIsStatusOne(kUint8);
+  ExpectExhaustionIsStatusOne(kUint16);
+  ExpectExhaustionIsStatusOne(kInt32);
+  ExpectExhaustionIsStatusOne(kUint32);
+  ExpectExhaustionIsStatusOne(kLong);
 }
 
 TEST(Scalars, FreeIgnoresNull) { vt_free_ptr(nullptr); }

@@ -17,15 +17,8 @@ namespace {
 
 using namespace vt::testing;
 
-// Outcome holds what a call of the unpack family reports.
-struct Outcome {
-  std::uint32_t consumed = 77;
-  std::int32_t remaining = 0;
-  std::uint32_t status = 77;
-};
-
-void ExpectOutcome(const Outcome& got, std::uint32_t status, std::uint32_t consumed,
-                   std::int32_t remaining) {
+void ExpectReport(const UnpackReport& got, std::uint32_t status, std::uint32_t consumed,
+                  std::int32_t remaining) {
   EXPECT_EQ(got.status, status);
   EXPECT_EQ(got.consumed, consumed);
   EXPECT_EQ(got.remaining, remaining);
@@ -52,14 +45,14 @@ TEST(ElementText, UnpacksTheGivenLengthAndTerminatesIt) {
   const GuardedBytes input(Text("abcde"));
   for (const std::uint32_t len : {0U, 1U, 4U, 5U}) {
     SCOPED_TRACE(len);
-    Outcome got{.remaining = 5};
+    UnpackReport got{.remaining = 5};
     const AllocationCount allocations;
     const BlockPtr<char> text(
         vt_unpack_string_tlv_ptr(input.data(), len, &got.consumed, &got.remaining, &got.status));
     EXPECT_EQ(allocations.bytes(), len + 1);
     ASSERT_NE(text, nullptr);
     EXPECT_EQ(text.get(), std::string("abcde").substr(0, len));
-    ExpectOutcome(got, 0, len, static_cast<std::int32_t>(5 - len));
+    ExpectReport(got, 0, len, static_cast<std::int32_t>(5 - len));
   }
 }
 
@@ -74,16 +67,16 @@ TEST(ElementText, ShortInputIsStatusEightAndCountsNothing) {
     SCOPED_TRACE(std::to_string(row.len) + " of " + std::to_string(row.left));
     const GuardedBytes input(Bytes(row.left > 0 ? static_cast<std::size_t>(row.left) : 0, 'a'));
     const AllocationCount allocations;
-    Outcome got{.remaining = row.left};
+    UnpackReport got{.remaining = row.left};
     EXPECT_EQ(
         vt_unpack_string_tlv_ptr(input.data(), row.len, &got.consumed, &got.remaining, &got.status),
         nullptr);
-    ExpectOutcome(got, 8, 0, row.left);
-    got = Outcome{.remaining = row.left};
+    ExpectReport(got, 8, 0, row.left);
+    got = UnpackReport{.remaining = row.left};
     EXPECT_EQ(
         vt_unpack_void_tlv_ptr(input.data(), row.len, &got.consumed, &got.remaining, &got.status),
         nullptr);
-    ExpectOutcome(got, 8, 0, row.left);
+    ExpectReport(got, 8, 0, row.left);
     EXPECT_EQ(allocations.allocations(), 0U);
   }
 }
@@ -110,41 +103,41 @@ TEST(CountedText, EmptyPacksItsLengthAndNullNothing) {
 TEST(CountedText, UnpacksAndTerminates) {
   const FillAllocations fill(0xA5);
   const GuardedBytes input = GuardedBytes::AtOddAddress(Hex("00000003 616263 21"));
-  Outcome got{.remaining = 8};
+  UnpackReport got{.remaining = 8};
   const AllocationCount allocations;
   const BlockPtr<char> text(
       vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status));
   EXPECT_EQ(allocations.bytes(), 4U);
   EXPECT_STREQ(text.get(), "abc");
-  ExpectOutcome(got, 0, 7, 1);
+  ExpectReport(got, 0, 7, 1);
 }
 
 TEST(CountedText, EmptyTextIsATextOfNoCharacters) {
   const GuardedBytes input(Hex("00000000"));
-  Outcome got{.remaining = 4};
+  UnpackReport got{.remaining = 4};
   const BlockPtr<char> text(
       vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status));
   EXPECT_STREQ(text.get(), "");
-  ExpectOutcome(got, 0, 4, 0);
+  ExpectReport(got, 0, 4, 0);
 }
 
 TEST(CountedText, ShortLengthWordCountsNothing) {
   for (const std::int32_t left : {0, 1, 3, -1, INT32_MIN}) {
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(left > 0 ? static_cast<std::size_t>(left) : 0, 0));
-    Outcome got{.remaining = left};
+    UnpackReport got{.remaining = left};
     EXPECT_EQ(vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status),
               nullptr);
-    ExpectOutcome(got, 8, 0, left);
+    ExpectReport(got, 8, 0, left);
   }
 }
 
 TEST(CountedText, LengthOfTenWithSixBytesIsShortAfterTheLengthWord) {
   const GuardedBytes input(Hex("0000000a 616263646566"));
-  Outcome got{.remaining = 10};
+  UnpackReport got{.remaining = 10};
   EXPECT_EQ(vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status),
             nullptr);
-  ExpectOutcome(got, 8, 4, 6);
+  ExpectReport(got, 8, 4, 6);
 }
 
 TEST(CountedText, HostileLengthsAreShortAndAllocateNothing) {
@@ -152,10 +145,10 @@ TEST(CountedText, HostileLengthsAreShortAndAllocateNothing) {
     SCOPED_TRACE(length);
     const GuardedBytes input(Hex(length) + Hex("616263646566"));
     const AllocationCount allocations;
-    Outcome got{.remaining = 10};
+    UnpackReport got{.remaining = 10};
     EXPECT_EQ(vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status),
               nullptr);
-    ExpectOutcome(got, 8, 4, 6);
+    ExpectReport(got, 8, 4, 6);
     EXPECT_EQ(allocations.allocations(), 0U);
   }
 }
@@ -220,24 +213,24 @@ TEST(ElementBlock, UnpacksExactlyItsLength) {
   const GuardedBytes input(Hex("6162006364"));
   for (const std::uint32_t len : {1U, 4U, 5U}) {
     SCOPED_TRACE(len);
-    Outcome got{.remaining = 5};
+    UnpackReport got{.remaining = 5};
     const AllocationCount allocations;
     const BlockPtr<void> block(
         vt_unpack_void_tlv_ptr(input.data(), len, &got.consumed, &got.remaining, &got.status));
     EXPECT_EQ(allocations.bytes(), len);
     ASSERT_NE(block, nullptr);
     EXPECT_TRUE(SameBytes(Bytes(input.data(), input.data() + len), block.get(), len));
-    ExpectOutcome(got, 0, len, static_cast<std::int32_t>(5 - len));
+    ExpectReport(got, 0, len, static_cast<std::int32_t>(5 - len));
   }
 }
 
 TEST(ElementBlock, BlockOfNoBytesIsNotNull) {
   const GuardedBytes input({});
-  Outcome got{.remaining = 0};
+  UnpackReport got{.remaining = 0};
   const BlockPtr<void> block(
       vt_unpack_void_tlv_ptr(input.data(), 0, &got.consumed, &got.remaining, &got.status));
   EXPECT_NE(block, nullptr);
-  ExpectOutcome(got, 0, 0, 0);
+  ExpectReport(got, 0, 0, 0);
 }
 
 // ---- Counted block.
@@ -268,7 +261,7 @@ TEST(CountedBlock, NullBlockWritesItsLengthAndMovesOverTheRest) {
 
 TEST(CountedBlock, UnpacksIntoABlockOfItsLength) {
   const GuardedBytes input = GuardedBytes::AtOddAddress(Hex("00000004 61620063 21"));
-  Outcome got{.remaining = 9};
+  UnpackReport got{.remaining = 9};
   std::int32_t len = 77;
   const AllocationCount allocations;
   const BlockPtr<void> block(
@@ -276,30 +269,30 @@ TEST(CountedBlock, UnpacksIntoABlockOfItsLength) {
   EXPECT_EQ(allocations.bytes(), 4U);
   EXPECT_BYTES(block.get(), 4, "61620063");
   EXPECT_EQ(len, 4);
-  ExpectOutcome(got, 0, 8, 1);
+  ExpectReport(got, 0, 8, 1);
 }
 
 TEST(CountedBlock, LengthOfZeroIsNullWithSuccess) {
   const GuardedBytes input(Hex("00000000"));
-  Outcome got{.remaining = 4};
+  UnpackReport got{.remaining = 4};
   std::int32_t len = 77;
   EXPECT_EQ(vt_unpack_void_ptr(input.data(), &len, &got.consumed, &got.remaining, &got.status),
             nullptr);
   EXPECT_EQ(len, 0);
-  ExpectOutcome(got, 0, 4, 0);
+  ExpectReport(got, 0, 4, 0);
 }
 
 TEST(CountedBlock, ShortLengthWordLeavesTheLengthAlone) {
   for (const std::int32_t left : {0, 1, 3, -1, INT32_MIN}) {
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(left > 0 ? static_cast<std::size_t>(left) : 0, 0));
-    Outcome got{.remaining = left};
+    UnpackReport got{.remaining = left};
     std::int32_t len = 77;
     EXPECT_EQ(vt_unpack_void_ptr(input.data(), &len, &got.consumed, &got.remaining, &got.status),
               nullptr);
     EXPECT_EQ(len, 77);
     // The length is read as an int32, which keeps a stale count, but the block's own was cleared.
-    ExpectOutcome(got, 8, 0, left);
+    ExpectReport(got, 8, 0, left);
   }
 }
 
@@ -313,11 +306,11 @@ TEST(CountedBlock, HostileLengthsAreShortAndAllocateNothing) {
     SCOPED_TRACE(row.wire);
     const GuardedBytes input(Hex(row.wire) + Hex("616263646566"));
     const AllocationCount allocations;
-    Outcome got{.remaining = 10};
+    UnpackReport got{.remaining = 10};
     std::int32_t len = 77;
     EXPECT_EQ(vt_unpack_void_ptr(input.data(), &len, &got.consumed, &got.remaining, &got.status),
               nullptr);
-    ExpectOutcome(got, 8, 4, 6);
+    ExpectReport(got, 8, 4, 6);
     EXPECT_EQ(len, row.len);
     EXPECT_EQ(allocations.allocations(), 0U);
   }
@@ -356,33 +349,33 @@ TEST(TextsAndBlocks, ExhaustedMemoryIsStatusOne) {
   const GuardedBytes input(Hex("00000003 616263"));
   const auto sweep = [&](auto call) {
     EXPECT_GT(SweepAllocationFailures([&](AllocationFault& fault) {
-                Outcome got{.remaining = 7};
+                UnpackReport got{.remaining = 7};
                 const BlockPtr<void> made(call(&got));
                 EXPECT_EQ(made == nullptr, fault.hit());
                 EXPECT_EQ(got.status, fault.hit() ? 1U : 0U);
               }),
               0U);
   };
-  sweep([&](Outcome* got) -> void* {
+  sweep([&](UnpackReport* got) -> void* {
     return vt_unpack_string_tlv_ptr(input.data(), 7, &got->consumed, &got->remaining, &got->status);
   });
-  sweep([&](Outcome* got) -> void* {
+  sweep([&](UnpackReport* got) -> void* {
     return vt_unpack_string_ptr(input.data(), &got->consumed, &got->remaining, &got->status);
   });
-  sweep([&](Outcome* got) {
+  sweep([&](UnpackReport* got) {
     return vt_unpack_void_tlv_ptr(input.data(), 7, &got->consumed, &got->remaining, &got->status);
   });
-  sweep([&](Outcome* got) {
+  sweep([&](UnpackReport* got) {
     std::int32_t len = 0;
     return vt_unpack_void_ptr(input.data(), &len, &got->consumed, &got->remaining, &got->status);
   });
-  sweep([&](Outcome* got) { return vt_clone_void_ptr(input.data(), 7, &got->status); });
+  sweep([&](UnpackReport* got) { return vt_clone_void_ptr(input.data(), 7, &got->status); });
 }
 
 // A tool that looks for mismatched pairs of allocation and release has to accept both.
 TEST(TextsAndBlocks, BlocksComeFromMalloc) {
   const GuardedBytes input(Hex("00000003 616263"));
-  Outcome got{.remaining = 7};
+  UnpackReport got{.remaining = 7};
   std::free(vt_unpack_string_ptr(input.data(), &got.consumed, &got.remaining, &got.status));
   std::uint32_t status = 77;
   std::free(vt_clone_string("abc", &status));

@@ -18,12 +18,6 @@ namespace {
 
 using namespace vt::testing;
 
-struct Outcome {
-  std::uint32_t consumed = 77;
-  std::int32_t remaining = 0;
-  std::uint32_t status = 77;
-};
-
 template <class Record>
 using UnpackPtr = Record* (*)(const void*, std::uint32_t*, std::int32_t*, std::uint32_t*);
 template <class Record>
@@ -63,9 +57,9 @@ void ExpectPack(Pack pack, const char* hex) {
 
 // Unpack calls a _ptr function on the first left bytes of wire, which end at a guard page.
 template <class Record>
-Record* Unpack(UnpackPtr<Record> unpack, const Bytes& wire, std::size_t left, Outcome* got) {
+Record* Unpack(UnpackPtr<Record> unpack, const Bytes& wire, std::size_t left, UnpackReport* got) {
   const GuardedBytes input(Bytes(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(left)));
-  *got = Outcome{.remaining = static_cast<std::int32_t>(left)};
+  *got = UnpackReport{.remaining = static_cast<std::int32_t>(left)};
   return unpack(input.data(), &got->consumed, &got->remaining, &got->status);
 }
 
@@ -80,7 +74,8 @@ std::uint32_t Boundary(const std::vector<std::uint32_t>& pieces, std::size_t lef
   return whole;
 }
 
-void ExpectShortAt(const std::vector<std::uint32_t>& pieces, std::size_t left, const Outcome& got) {
+void ExpectShortAt(const std::vector<std::uint32_t>& pieces, std::size_t left,
+                   const UnpackReport& got) {
   EXPECT_EQ(got.status, 8U);
   EXPECT_EQ(got.consumed, Boundary(pieces, left));
   EXPECT_EQ(got.remaining, static_cast<std::int32_t>(left - Boundary(pieces, left)));
@@ -93,12 +88,12 @@ void ExpectTruncations(UnpackPtr<Record> unpack, const char* hex,
   const Bytes wire = Hex(hex);
   for (std::size_t left = 0; left < wire.size(); ++left) {
     SCOPED_TRACE(left);
-    Outcome got;
+    UnpackReport got;
     EXPECT_EQ(Unpack(unpack, wire, left, &got), nullptr);
     ExpectShortAt(pieces, left, got);
   }
   const GuardedBytes nothing({});
-  Outcome got{.remaining = -5};
+  UnpackReport got{.remaining = -5};
   EXPECT_EQ(unpack(nothing.data(), &got.consumed, &got.remaining, &got.status), nullptr);
   EXPECT_EQ(got.status, 8U);
   EXPECT_EQ(got.consumed, 0U);
@@ -136,7 +131,7 @@ TEST(CorvaneId, TravelsAsItIs) {
   const char* wire = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f";
   ExpectPack([&](void* dst) { return vt_pack_corvane_id(dst, &id); }, wire);
 
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<corvane_id> made(Unpack(vt_unpack_corvane_id_ptr, Hex(wire), 32, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_BYTES(made->bytes, 32, wire);
@@ -146,7 +141,7 @@ TEST(CorvaneId, TravelsAsItIs) {
 
   const GuardedBytes input = GuardedBytes::AtOddAddress(Hex(wire));
   auto into = Filled<corvane_id>();
-  got = Outcome{.remaining = 40};
+  got = UnpackReport{.remaining = 40};
   vt_unpack_corvane_id(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_BYTES(into.bytes, 32, wire);
   EXPECT_EQ(got.consumed, 32U);
@@ -157,7 +152,7 @@ TEST(CorvaneId, TravelsAsItIs) {
 TEST(CorvaneId, ThirtyOneBytesAreShortAndConsumeNothing) {
   const GuardedBytes input(Hex("31*61"));
   auto into = Filled<corvane_id>();
-  Outcome got{.remaining = 31};
+  UnpackReport got{.remaining = 31};
   vt_unpack_corvane_id(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_EQ(got.status, 8U);
   EXPECT_EQ(got.consumed, 0U);
@@ -193,7 +188,7 @@ TEST(SenderId, IsTheIdentityThenTheNumber) {
   const sender_id sender = Sender();
   ExpectPack([&](void* dst) { return vt_pack_sender_id(dst, &sender); }, kSenderWire);
   EXPECT_EQ(vt_get_sender_id_size(&sender), 36U);
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<sender_id> made(Unpack(vt_unpack_sender_id_ptr, Hex(kSenderWire), 36, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_EQ(std::memcmp(made.get(), &sender, sizeof sender), 0);
@@ -206,7 +201,7 @@ TEST(EventId, IsTheNumberThenTheIdentity) {
   const event_id event = EventId();
   ExpectPack([&](void* dst) { return vt_pack_event_id(dst, &event); }, kEventWire);
   EXPECT_EQ(vt_get_event_id_size(&event), 36U);
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<event_id> made(Unpack(vt_unpack_event_id_ptr, Hex(kEventWire), 36, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_EQ(std::memcmp(made.get(), &event, sizeof event), 0);
@@ -285,7 +280,7 @@ TEST(DeviceHeader, IsTheIdentityAndACountedBlock) {
 
   const GuardedBytes input = GuardedBytes::AtOddAddress(Hex(kDeviceWire));
   auto into = Filled<device_header>();
-  Outcome got{.remaining = 41};
+  UnpackReport got{.remaining = 41};
   vt_unpack_deviceheader(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_EQ(got.status, 0U);
   EXPECT_EQ(got.consumed, 41U);
@@ -300,7 +295,7 @@ TEST(DeviceHeader, EmptyBlockIsNullAndTravelsAgain) {
   const char* wire = "32*d1 00000000";
   const GuardedBytes input(Hex(wire));
   auto into = Filled<device_header>();
-  Outcome got{.remaining = 36};
+  UnpackReport got{.remaining = 36};
   vt_unpack_deviceheader(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_EQ(got.status, 0U);
   EXPECT_EQ(got.consumed, 36U);
@@ -317,7 +312,7 @@ TEST(DeviceHeader, EveryTruncationIsShortAndOwnsNothing) {
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(left)));
     auto into = Filled<device_header>();
-    Outcome got{.remaining = static_cast<std::int32_t>(left)};
+    UnpackReport got{.remaining = static_cast<std::int32_t>(left)};
     vt_unpack_deviceheader(input.data(), &into, &got.consumed, &got.remaining, &got.status);
     ExpectShortAt({32, 4, 5}, left, got);
     EXPECT_EQ(into.data, nullptr);
@@ -330,7 +325,7 @@ TEST(DeviceHeader, ExhaustedMemoryIsStatusOneAndOwnsNothing) {
   const device_header device = Device(data, 5);
   EXPECT_GT(SweepAllocationFailures([&](AllocationFault& fault) {
               auto into = Filled<device_header>();
-              Outcome got{.remaining = 41};
+              UnpackReport got{.remaining = 41};
               vt_unpack_deviceheader(input.data(), &into, &got.consumed, &got.remaining,
                                      &got.status);
               EXPECT_EQ(got.status, fault.hit() ? 1U : 0U);
@@ -426,7 +421,7 @@ TEST(Alarm, PacksToFourteenBytes) {
 }
 
 TEST(Alarm, UnpacksAllItsFields) {
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<alarm_value> made(Unpack(vt_unpack_alarm_ptr, Hex(kAlarmWire), 14, &got));
   ExpectSameAlarm(made.get());
   EXPECT_EQ(got.consumed, 14U);
@@ -468,7 +463,7 @@ TEST(Recurrence, IsACountedTextTwoBytesAndABoolean) {
   ExpectPack([&](void* dst) { return vt_pack_recurrence(dst, &repeat); }, kRecurrenceWire);
   EXPECT_EQ(vt_get_recurrence_size(&repeat), 14U);
 
-  Outcome got;
+  UnpackReport got;
   const RecurrencePtr made(Unpack(vt_unpack_recurrence_ptr, Hex(kRecurrenceWire), 14, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_STREQ(made->text, "0 12");
@@ -563,7 +558,7 @@ TEST(Neighbor, IsTheIdentityATextABlockAndABoolean) {
 
 TEST(Neighbor, UnpacksWithZerosInWhatDoesNotTravel) {
   const FillAllocations fill(0xA5);
-  Outcome got;
+  UnpackReport got;
   const NeighborPtr made(Unpack(vt_unpack_neighbor_ptr, Hex(kNeighborWire), 51, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_BYTES(made->id.bytes, 32, "32*e1");
@@ -584,7 +579,7 @@ TEST(Neighbor, EmptyLabelAndBlockPackToFortyFourBytes) {
   ExpectPack([&](void* dst) { return vt_pack_neighbor(dst, &near); },
              "32*e1 00000000 00000000 01020304");
   EXPECT_EQ(vt_get_neighbor_size(&near), 44U);
-  Outcome got;
+  UnpackReport got;
   const NeighborPtr made(
       Unpack(vt_unpack_neighbor_ptr, Hex("32*e1 00000000 00000000 01020304"), 44, &got));
   ASSERT_NE(made, nullptr);
@@ -615,7 +610,7 @@ TEST(Neighbor, EveryTruncationIsShort) {
 
 TEST(Neighbor, FailedLabelCountsItsLengthWord) {
   const GuardedBytes input(Hex("32*e1 0000000a 616263646566"));
-  Outcome got{.remaining = 42};
+  UnpackReport got{.remaining = 42};
   EXPECT_EQ(vt_unpack_neighbor_ptr(input.data(), &got.consumed, &got.remaining, &got.status),
             nullptr);
   EXPECT_EQ(got.status, 8U);
@@ -702,7 +697,7 @@ TEST(UsageHeader, TravelsInTheOrderOfItsFields) {
 
   const GuardedBytes input = GuardedBytes::AtOddAddress(Hex(kUsageWire));
   auto into = Filled<usage_cmn_hdr>();
-  Outcome got{.remaining = 32};
+  UnpackReport got{.remaining = 32};
   vt_unpack_usage_cmn_hdr(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_EQ(got.status, 0U);
   EXPECT_EQ(got.consumed, 32U);
@@ -731,7 +726,7 @@ TEST(UsageHeader, EveryTruncationIsShortAndOwnsNothing) {
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(left)));
     auto into = Filled<usage_cmn_hdr>();
-    Outcome got{.remaining = static_cast<std::int32_t>(left)};
+    UnpackReport got{.remaining = static_cast<std::int32_t>(left)};
     vt_unpack_usage_cmn_hdr(input.data(), &into, &got.consumed, &got.remaining, &got.status);
     ExpectShortAt(kUsagePieces, left, got);
     EXPECT_EQ(into.text1, nullptr);
@@ -771,7 +766,7 @@ TEST(UsageHeader, ExhaustedMemoryIsStatusOneAndOwnsNothing) {
   const GuardedBytes input(Hex(kUsageWire));
   EXPECT_GT(SweepAllocationFailures([&](AllocationFault& fault) {
               auto into = Filled<usage_cmn_hdr>();
-              Outcome got{.remaining = 32};
+              UnpackReport got{.remaining = 32};
               vt_unpack_usage_cmn_hdr(input.data(), &into, &got.consumed, &got.remaining,
                                       &got.status);
               EXPECT_EQ(got.status, fault.hit() ? 1U : 0U);
@@ -825,7 +820,7 @@ constexpr usage_vector kUsages = {{0, 1, 2, 3, 0x104, 0x205, 0x306, 0x407, 0x508
 
 TEST(DeltaVector, IsElevenSignedWords) {
   ExpectPack([](void* dst) { return vt_pack_delta_vector(dst, &kDeltas); }, kDeltaWire);
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<delta_vector> made(Unpack(vt_unpack_delta_vector_ptr, Hex(kDeltaWire), 44, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_EQ(std::memcmp(made.get(), &kDeltas, sizeof kDeltas), 0);
@@ -836,7 +831,7 @@ TEST(DeltaVector, IsElevenSignedWords) {
 
 TEST(UsageVector, IsElevenUnsignedHalfWords) {
   ExpectPack([](void* dst) { return vt_pack_usage_vector(dst, &kUsages); }, kUsagesWire);
-  Outcome got;
+  UnpackReport got;
   const BlockPtr<usage_vector> made(Unpack(vt_unpack_usage_vector_ptr, Hex(kUsagesWire), 22, &got));
   ASSERT_NE(made, nullptr);
   EXPECT_EQ(std::memcmp(made.get(), &kUsages, sizeof kUsages), 0);
@@ -854,7 +849,7 @@ void ExpectWholeElements(UnpackInto<Record> unpack, const char* hex, const Recor
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(left)));
     auto into = Filled<Record>();
-    Outcome got{.remaining = static_cast<std::int32_t>(left)};
+    UnpackReport got{.remaining = static_cast<std::int32_t>(left)};
     unpack(input.data(), &into, &got.consumed, &got.remaining, &got.status);
     const std::size_t whole = left / kWidth;
     EXPECT_EQ(got.status, whole == 11 ? 0U : 8U);
@@ -878,7 +873,7 @@ TEST(UsageVector, ShortInputSetsTheElementsBeforeItsEnd) {
 TEST(DeltaVector, TwentyBytesAreFiveValues) {
   const GuardedBytes input(Hex("00000001 00000002 00000003 00000004 00000005"));
   delta_vector into = {};
-  Outcome got{.remaining = 20};
+  UnpackReport got{.remaining = 20};
   vt_unpack_delta_vector(input.data(), &into, &got.consumed, &got.remaining, &got.status);
   EXPECT_EQ(got.status, 8U);
   EXPECT_EQ(got.consumed, 20U);
@@ -893,11 +888,11 @@ TEST(DeltaVector, CountsWholeElementsOnly) {
     SCOPED_TRACE(left);
     const GuardedBytes input(Bytes(left, 1));
     delta_vector into = {};
-    Outcome got{.remaining = static_cast<std::int32_t>(left)};
+    UnpackReport got{.remaining = static_cast<std::int32_t>(left)};
     vt_unpack_delta_vector(input.data(), &into, &got.consumed, &got.remaining, &got.status);
     EXPECT_EQ(got.status, 8U);
     EXPECT_EQ(got.consumed, left / 4 * 4);
-    got = Outcome{.remaining = static_cast<std::int32_t>(left)};
+    got = UnpackReport{.remaining = static_cast<std::int32_t>(left)};
     EXPECT_EQ(vt_unpack_delta_vector_ptr(input.data(), &got.consumed, &got.remaining, &got.status),
               nullptr);
     EXPECT_EQ(got.status, 8U);
@@ -977,7 +972,7 @@ TEST(Structures, NullRecordIsANullSource) {
 
 // Records and their parts are blocks of their own, which a caller may release one by one.
 TEST(Structures, RecordsAndTheirPartsComeFromMalloc) {
-  Outcome got;
+  UnpackReport got;
   neighbor* near = Unpack(vt_unpack_neighbor_ptr, Hex(kNeighborWire), 51, &got);
   ASSERT_NE(near, nullptr);
   vt_free_ptr(near->label);
@@ -999,28 +994,28 @@ TEST(Structures, HostileLengthWordsAreShortAndAllocateNoBlock) {
     const auto expect_short = [&](const Bytes& wire, auto unpack) {
       const GuardedBytes input(wire);
       const AllocationCount allocations;
-      Outcome got{.remaining = static_cast<std::int32_t>(wire.size())};
+      UnpackReport got{.remaining = static_cast<std::int32_t>(wire.size())};
       unpack(input.data(), &got);
       EXPECT_EQ(got.status, 8U);
       EXPECT_EQ(got.consumed, wire.size() - 6);
       EXPECT_EQ(got.remaining, 6);
       EXPECT_LE(allocations.bytes(), 256U);
     };
-    expect_short(Hex("32*61") + tail, [](const void* src, Outcome* got) {
+    expect_short(Hex("32*61") + tail, [](const void* src, UnpackReport* got) {
       auto into = Filled<device_header>();
       vt_unpack_deviceheader(src, &into, &got->consumed, &got->remaining, &got->status);
       EXPECT_EQ(into.data, nullptr);
     });
-    expect_short(Hex("00000000 00000000") + tail, [](const void* src, Outcome* got) {
+    expect_short(Hex("00000000 00000000") + tail, [](const void* src, UnpackReport* got) {
       auto into = Filled<usage_cmn_hdr>();
       vt_unpack_usage_cmn_hdr(src, &into, &got->consumed, &got->remaining, &got->status);
       EXPECT_EQ(into.text1, nullptr);
     });
-    expect_short(tail, [](const void* src, Outcome* got) {
+    expect_short(tail, [](const void* src, UnpackReport* got) {
       EXPECT_EQ(vt_unpack_recurrence_ptr(src, &got->consumed, &got->remaining, &got->status),
                 nullptr);
     });
-    expect_short(Hex("32*61 00000001 7a") + tail, [](const void* src, Outcome* got) {
+    expect_short(Hex("32*61 00000001 7a") + tail, [](const void* src, UnpackReport* got) {
       EXPECT_EQ(vt_unpack_neighbor_ptr(src, &got->consumed, &got->remaining, &got->status),
                 nullptr);
     });

@@ -31,7 +31,8 @@ Cloned Clone(std::uint32_t type, std::uint32_t value_len, const void* value) {
   return result;
 }
 
-aggregated_value OneEntry(void** slots, void* entry) {
+// ValueOfOneEntry is the value of an aggregate with this entry, which stays the caller's.
+aggregated_value ValueOfOneEntry(void** slots, void* entry) {
   aggregated_value value = {};
   std::memset(value.device.id.bytes, 'd', 32);
   slots[0] = entry;
@@ -306,7 +307,7 @@ TEST(TlvClone, UnknownAggregateCopiesHeaderAndTags) {
   char block[] = "address";
   plain_entry entry = {5, 4, block};
   void* slots[16] = {};
-  aggregated_value value = OneEntry(slots, &entry);
+  aggregated_value value = ValueOfOneEntry(slots, &entry);
   value.device.data = block;
   value.device.data_len = 7;
   const Cloned copy = Clone(0x8000003C, 60, &value);
@@ -324,7 +325,7 @@ TEST(TlvClone, EntriesOfTypesWithoutValueKeepTheirTagAlone) {
     char data[] = "ab";
     plain_entry entry = {7, 2, data};
     void* slots[1];
-    const aggregated_value value = OneEntry(slots, &entry);
+    const aggregated_value value = ValueOfOneEntry(slots, &entry);
     const Cloned copy = Clone(type, 48, &value);
     ASSERT_EQ(copy.status, 0U);
     EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).tag, 7U);
@@ -338,7 +339,7 @@ TEST(TlvClone, NullTextsAndBlocksOfEntriesStayNullWithSuccess) {
   plain_entry plain = {5, 0, nullptr};
   for (const std::uint32_t type : {0x80000009U, 0x8000000AU, 0x8000002AU}) {
     SCOPED_TRACE(type);
-    const aggregated_value value = OneEntry(slots, &plain);
+    const aggregated_value value = ValueOfOneEntry(slots, &plain);
     const Cloned copy = Clone(type, 48, &value);
     EXPECT_EQ(copy.status, 0U);
     ASSERT_NE(copy.tlv->value, nullptr);
@@ -349,7 +350,7 @@ TEST(TlvClone, NullTextsAndBlocksOfEntriesStayNullWithSuccess) {
   std::uint16_t number = 0;
   combo_entry combined = {};
   combined.data = &number;
-  const aggregated_value value = OneEntry(slots, &combined);
+  const aggregated_value value = ValueOfOneEntry(slots, &combined);
   const Cloned copy = Clone(0x8000002B, 48, &value);
   EXPECT_EQ(copy.status, 0U);
   ASSERT_NE(copy.tlv->value, nullptr);
@@ -362,7 +363,7 @@ TEST(TlvClone, LengthAndBlockOfACloneAgree) {
   void* slots[16] = {};
   // A length without a block, and a block without a length.
   plain_entry entry = {5, 9, nullptr};
-  aggregated_value value = OneEntry(slots, &entry);
+  aggregated_value value = ValueOfOneEntry(slots, &entry);
   value.device.data_len = 9;
   Cloned copy = Clone(0x8000000A, 48, &value);
   EXPECT_EQ(copy.status, 0U);
@@ -373,7 +374,7 @@ TEST(TlvClone, LengthAndBlockOfACloneAgree) {
   EXPECT_EQ(PlainEntry(copy.tlv.get(), 0).data, nullptr);
 
   entry = {5, 0, block};
-  value = OneEntry(slots, &entry);
+  value = ValueOfOneEntry(slots, &entry);
   value.device.data = block;
   copy = Clone(0x8000000A, 48, &value);
   EXPECT_EQ(copy.status, 0U);
@@ -386,7 +387,7 @@ TEST(TlvClone, BlocksOfEntriesAreCopiedInTheLengthOfTheEntry) {
   const HeapBytes block(Text("abcd"));
   void* slots[16] = {};
   plain_entry entry = {5, 4, const_cast<std::uint8_t*>(block.data())};
-  const aggregated_value value = OneEntry(slots, &entry);
+  const aggregated_value value = ValueOfOneEntry(slots, &entry);
   const Cloned copy = Clone(0x8000000A, 1000, &value);
   EXPECT_EQ(copy.status, 0U);
   ASSERT_NE(copy.tlv->value, nullptr);
@@ -401,7 +402,7 @@ TEST(TlvClone, TextsOfEntriesAreMeasured) {
     const HeapBytes text(Hex("616263 00"));
     void* slots[16] = {};
     plain_entry entry = {5, data_len, const_cast<std::uint8_t*>(text.data())};
-    const aggregated_value value = OneEntry(slots, &entry);
+    const aggregated_value value = ValueOfOneEntry(slots, &entry);
     const Cloned copy = Clone(0x80000009, 48, &value);
     EXPECT_EQ(copy.status, 0U);
     ASSERT_NE(copy.tlv->value, nullptr);
@@ -454,7 +455,7 @@ TEST(TlvClone, ElementOfAnUnknownTypeIsAddedToAMessageWithoutItsValue) {
 TEST(TlvClone, EntryOfATypeWithoutValueLosesTheOneItWasGiven) {
   plain_entry entry = {7, 4, const_cast<char*>("abcd")};
   void* slots[16] = {};
-  const aggregated_value value = OneEntry(slots, &entry);
+  const aggregated_value value = ValueOfOneEntry(slots, &entry);
   const Cloned got = Clone(0x80000025, 0, &value);
   EXPECT_EQ(got.status, 0U);
   EXPECT_EQ(PlainEntry(got.tlv.get(), 0).tag, 7U);

@@ -15,8 +15,8 @@ namespace {
 
 using namespace vt::testing;
 
-// Clone is a second element with a deep copy of the value.
-TlvPtr Clone(const Tlv* tlv) {
+// DeepCopy is a second element with a deep copy of the value.
+TlvPtr DeepCopy(const Tlv* tlv) {
   std::uint32_t status = 77;
   void* value = vt_clone_tlv_ptr(tlv->type, tlv->length - VT_TLV_HEADER_SIZE, tlv->value, &status);
   EXPECT_EQ(status, 0U);
@@ -78,7 +78,7 @@ TEST(TypeTable, ClonesEncodeToTheSameBytesAfterTheOriginalIsGone) {
     const Bytes wire = Hex(v.wire);
     Decoded got = DecodeAll(wire);
     ASSERT_NE(got.tlv, nullptr);
-    const TlvPtr copy = Clone(got.tlv.get());
+    const TlvPtr copy = DeepCopy(got.tlv.get());
     EXPECT_EQ(copy->value == nullptr, got.tlv->value == nullptr);
     got.tlv.reset();
     EXPECT_TRUE(SameBytes(wire, Encode(copy.get())));
@@ -177,7 +177,7 @@ TEST(TypeTable, ReservedBitMakesEntriesOfCombinedTypesPlain) {
     EXPECT_EQ(PlainEntry(got.tlv.get(), 1).data_len, sizes[row]);
     EXPECT_EQ(vt_get_tlv_size(got.tlv.get()), 55 + 2 * (4 + sizes[row]));
     EXPECT_TRUE(SameBytes(wire, Encode(got.tlv.get())));
-    const TlvPtr copy = Clone(got.tlv.get());
+    const TlvPtr copy = DeepCopy(got.tlv.get());
     EXPECT_EQ(PlainEntry(copy.get(), 1).data_len, sizes[row]);
     EXPECT_TRUE(SameBytes(wire, Encode(copy.get())));
     ++row;

@@ -28,15 +28,9 @@ using voltaris::Expected;
 using voltaris::Outcome;
 using voltaris::Results;
 
-const voltaris::QueryDescription kLevels = collect_query("office").get(voltaris::level);
-
-Bytes LevelOf(std::string_view device, std::uint32_t entity, std::uint8_t number) {
-  return SignedElements({Aggregate(14, device, {Entry(entity, {number})})});
-}
-
 TEST(FaceSession, ExecutesAndGivesWhatCame) {
   ScriptedPeer peer(Answering({Acknowledgement(-1, "lamp", {2, 1}), Acknowledgement(-2, "fan", {3}),
-                               LevelOf("lamp", 1, 11)}));
+                               LevelReply("lamp", 1, 11)}));
   const Results results = FaceSession(peer.port()).execute(kLevels).value();
   EXPECT_TRUE(results.complete());
   EXPECT_EQ(results.outcome(), Outcome::kComplete);
@@ -120,8 +114,8 @@ TEST(FaceSession, ThatWasMovedFromStartsNothing) {
 }
 
 TEST(FaceSession, ExecutesOneDescriptionOnSeveralNodesAndAgain) {
-  ScriptedPeer first(Answering({LevelOf("lamp", 1, 1)}), 2);
-  ScriptedPeer second(Answering({LevelOf("fan", 2, 2)}));
+  ScriptedPeer first(Answering({LevelReply("lamp", 1, 1)}), 2);
+  ScriptedPeer second(Answering({LevelReply("fan", 2, 2)}));
   voltaris::Session one = FaceSession(first.port());
   voltaris::Session two = FaceSession(second.port());
   EXPECT_EQ(DeviceName(OnlyRow(one.execute(kLevels).value())), "lamp");
@@ -132,7 +126,7 @@ TEST(FaceSession, ExecutesOneDescriptionOnSeveralNodesAndAgain) {
 TEST(FaceSession, OfANodeThatStaysSilentEndsWithThePartialAnswer) {
   ScriptedPeer peer([](PeerConnection& c) {
     c.ReadPdu();
-    c.Send(LevelOf("lamp", 1, 11) + Bytes(40, 0));
+    c.Send(LevelReply("lamp", 1, 11) + Bytes(40, 0));
     c.WaitForClose();
   });
   const Results results = FaceSession(peer.port())
@@ -187,7 +181,7 @@ TEST(FaceOutcome, OfEachKindIsToldWithItsCause) {
 
   const Results over_size = Executed([](PeerConnection& c) {
     c.ReadPdu();
-    Bytes reply = LevelOf("lamp", 1, 11);
+    Bytes reply = LevelReply("lamp", 1, 11);
     reply[kTlvBytesOffset] = 0xFF;
     c.Send(reply);
     c.WaitForClose();
@@ -232,7 +226,7 @@ TEST(FaceOutcome, OfAnAnswerThatMemoryDidNotSufficeForIsNotComplete) {
     std::optional<Expected<voltaris::Collection>> collection;
     {
       const AllocationFault::Pause pause;
-      peer.emplace(Answering({LevelOf("lamp", 1, 1)}));
+      peer.emplace(Answering({LevelReply("lamp", 1, 1)}));
       session = FaceSession(peer->port());
       collection = session->start(kLevels);
     }
@@ -250,7 +244,7 @@ TEST(FaceOutcome, OfAnAnswerThatMemoryDidNotSufficeForIsNotComplete) {
 }
 
 TEST(FaceCollection, IsDrivenByAPollLoop) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 1, 11)}));
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 11)}));
   voltaris::Session session = FaceSession(peer.port());
   auto collection = session.start(kLevels).value();
   EXPECT_EQ(collection.outcome(), Outcome::kPending);
@@ -313,7 +307,7 @@ TEST(FaceCollection, WhoseResultsAreTakenWhilePendingIsCancelled) {
 }
 
 TEST(FaceCollection, ThatWasMovedFromHasEnded) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 1, 11)}));
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 11)}));
   voltaris::Session session = FaceSession(peer.port());
   auto collection = session.start(kLevels).value();
   auto other = std::move(collection);
@@ -334,7 +328,7 @@ TEST(FaceCollection, ThatWasMovedFromHasEnded) {
 }
 
 TEST(FaceCollection, StartsOnlyQueriesThatWereNotExecuted) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 1, 11)}));
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 11)}));
   voltaris::Session session = FaceSession(peer.port());
   voltaris::Query query = kLevels.build().value();
   auto collection = session.start(std::move(query)).value();
@@ -365,7 +359,7 @@ TEST(FaceCollection, WithoutMemoryIsAnErrorAndLeavesNothingBehind) {
 TEST(FaceResults, OutliveSessionAndCollection) {
   std::optional<Results> results;
   {
-    ScriptedPeer peer(Answering({LevelOf("lamp", 1, 11)}));
+    ScriptedPeer peer(Answering({LevelReply("lamp", 1, 11)}));
     voltaris::Session session = FaceSession(peer.port());
     auto collection = session.start(kLevels).value();
     { const voltaris::Session gone = std::move(session); }

@@ -43,6 +43,14 @@ inline Bytes SignedElements(std::vector<Bytes> elements) {
   return ReplyWith(std::move(elements)).Signed(SessionKey());
 }
 
+// kLevels asks for levels, LevelReply tells one.
+inline const voltaris::QueryDescription kLevels =
+    voltaris::collect_query("office").get(voltaris::level);
+
+inline Bytes LevelReply(std::string_view device, std::uint32_t entity, std::uint8_t number) {
+  return SignedElements({Aggregate(14, device, {Entry(entity, {number})})});
+}
+
 // Acknowledgement tells of entities that will (-1) or will not (-2) answer.
 inline Bytes Acknowledgement(std::int8_t shipment, std::string_view device,
                              const std::vector<std::uint32_t>& entities) {

@@ -26,15 +26,9 @@ using voltaris::collect_query;
 using voltaris::Fleet;
 using voltaris::Outcome;
 
-const voltaris::QueryDescription kLevels = collect_query("office").get(voltaris::level);
-
-Bytes LevelOf(std::string_view device, std::uint8_t number) {
-  return SignedElements({Aggregate(14, device, {Entry(1, {number})})});
-}
-
 TEST(FaceFleet, RunsManyAndGivesEachItsResults) {
   constexpr std::uint64_t kMany = 20;
-  ScriptedPeer peer(Answering({LevelOf("lamp", 5)}), kMany);
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 5)}), kMany);
   voltaris::Session session = FaceSession(peer.port());
   Fleet fleet = Fleet::create(3).value();
   for (std::uint64_t i = 0; i < kMany; ++i) ASSERT_TRUE(fleet.add(session, kLevels, i));
@@ -53,7 +47,7 @@ TEST(FaceFleet, RunsManyAndGivesEachItsResults) {
 }
 
 TEST(FaceFleet, EndsEachInItsOwnWay) {
-  ScriptedPeer answers(Answering({LevelOf("lamp", 5)}));
+  ScriptedPeer answers(Answering({LevelReply("lamp", 1, 5)}));
   ScriptedPeer silent([](PeerConnection& c) { c.WaitForClose(); });
   voltaris::Session first = FaceSession(answers.port());
   voltaris::Session second = FaceSession(silent.port());
@@ -74,7 +68,7 @@ TEST(FaceFleet, EndsEachInItsOwnWay) {
 }
 
 TEST(FaceFleet, IsDrivenByALoopOfOnesOwn) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 5)}), 2);
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 5)}), 2);
   std::optional<voltaris::Collection> kept;
   {
     voltaris::Session session = FaceSession(peer.port());
@@ -100,7 +94,7 @@ TEST(FaceFleet, IsDrivenByALoopOfOnesOwn) {
 }
 
 TEST(FaceFleet, MayGrowWhileItRuns) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 5)}), 5);
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 5)}), 5);
   voltaris::Session session = FaceSession(peer.port());
   Fleet fleet = Fleet::create().value();
   ASSERT_TRUE(fleet.add(session, kLevels, 1));
@@ -113,7 +107,7 @@ TEST(FaceFleet, MayGrowWhileItRuns) {
 }
 
 TEST(FaceFleet, IsCancelledByItsCallback) {
-  ScriptedPeer answers(Answering({LevelOf("lamp", 5)}));
+  ScriptedPeer answers(Answering({LevelReply("lamp", 1, 5)}));
   ScriptedPeer silent([](PeerConnection& c) { c.WaitForClose(); }, 2);
   voltaris::Session first = FaceSession(answers.port());
   voltaris::Session second = FaceSession(silent.port());
@@ -132,7 +126,7 @@ TEST(FaceFleet, IsCancelledByItsCallback) {
 }
 
 TEST(FaceFleet, LetsExceptionsOfItsCallbackThroughAndCanBeRunAgain) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 5)}), 2);
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 5)}), 2);
   voltaris::Session session = FaceSession(peer.port());
   Fleet fleet = Fleet::create().value();
   ASSERT_TRUE(fleet.add(session, kLevels, 1));
@@ -198,7 +192,7 @@ TEST(FaceFleet, WithoutMemoryIsAnErrorAndLeavesNothingBehind) {
 }
 
 TEST(FaceFleet, ThatWasMovedKeepsItsCollections) {
-  ScriptedPeer peer(Answering({LevelOf("lamp", 5)}));
+  ScriptedPeer peer(Answering({LevelReply("lamp", 1, 5)}));
   voltaris::Session session = FaceSession(peer.port());
   Fleet fleet = Fleet::create().value();
   ASSERT_TRUE(fleet.add(session, kLevels, 1));

@@ -17,14 +17,14 @@ using voltaris::EntityId;
 using voltaris::Identity;
 using vt::testing::Hex;
 
-const std::string kDigits = "0123456789abcdef0123456789abcdef";
+const std::string kIdentityDigits = "0123456789abcdef0123456789abcdef";
 
 TEST(FaceIdentity, OfTextHasAllItsCharacters) {
-  EXPECT_EQ(Identity::from_text(kDigits + "#001").value().text(), kDigits + "#001");
+  EXPECT_EQ(Identity::from_text(kIdentityDigits + "#001").value().text(), kIdentityDigits + "#001");
 }
 
 TEST(FaceIdentity, OfThirtyTwoCharactersEndsInZeros) {
-  EXPECT_EQ(Identity::from_text(kDigits).value().text(), kDigits + "0000");
+  EXPECT_EQ(Identity::from_text(kIdentityDigits).value().text(), kIdentityDigits + "0000");
 }
 
 TEST(FaceIdentity, OfAnotherLengthIsAnError) {
@@ -46,13 +46,13 @@ TEST(FaceIdentity, FreshOnesDiffer) {
 }
 
 TEST(FaceDeviceId, IsItsCharactersWhereTheyCanBePrinted) {
-  const DeviceId id = DeviceId::from_text(kDigits).value();
-  EXPECT_EQ(id.text(), kDigits);
+  const DeviceId id = DeviceId::from_text(kIdentityDigits).value();
+  EXPECT_EQ(id.text(), kIdentityDigits);
   EXPECT_EQ(id.bytes[1], '1');
 }
 
 TEST(FaceDeviceId, IsDigitsOtherwiseWhichMakeTheSameAgain) {
-  DeviceId id = DeviceId::from_text(kDigits).value();
+  DeviceId id = DeviceId::from_text(kIdentityDigits).value();
   id.bytes[31] = 0xA5;
   const std::string text = id.text();
   EXPECT_EQ(text.size(), 64u);
@@ -65,15 +65,15 @@ TEST(FaceDeviceId, IsDigitsOtherwiseWhichMakeTheSameAgain) {
 }
 
 TEST(FaceDeviceId, OfAnotherTextIsAnError) {
-  for (const std::string& text :
-       std::vector<std::string>{"", std::string(31, 'a'), kDigits + kDigits.substr(1) + "g",
-                                "g" + kDigits + kDigits.substr(1)}) {
+  for (const std::string& text : std::vector<std::string>{
+           "", std::string(31, 'a'), kIdentityDigits + kIdentityDigits.substr(1) + "g",
+           "g" + kIdentityDigits + kIdentityDigits.substr(1)}) {
     EXPECT_EQ(DeviceId::from_text(text).error().cause, Cause::kBadIdentity) << text;
   }
 }
 
 TEST(FaceEntityId, IsOrderedByDeviceAndIndexAndCanBeAKey) {
-  const DeviceId lamp = DeviceId::from_text(kDigits).value();
+  const DeviceId lamp = DeviceId::from_text(kIdentityDigits).value();
   DeviceId later = lamp;
   later.bytes[0] = 0xFF;
   EXPECT_LT(EntityId(lamp, 2), EntityId(later, 1));

@@ -28,7 +28,7 @@ using voltaris::KeyFilePolicy;
 using vt::testing::Bytes;
 using vt::testing::Hex;
 
-constexpr char kDigits[] = "000102030405060708090a0b0c0d0e0fA0b1C2d3";
+constexpr char kKeyDigits[] = "000102030405060708090a0b0c0d0e0fA0b1C2d3";
 Bytes KeyBytes() { return Hex("000102030405060708090a0b0c0d0e0fa0b1c2d3"); }
 
 Bytes BytesOf(const Key& key) {
@@ -64,7 +64,7 @@ TEST_F(FaceKeyFile, OfDigitsOrOfRawBytesGivesTheSameKey) {
   std::vector<std::string> contents;
   contents.emplace_back(raw.begin(), raw.end());
   for (const char* behind : {"", "\n", " \t\r\n"}) {
-    contents.emplace_back(kDigits).append(behind);
+    contents.emplace_back(kKeyDigits).append(behind);
   }
   for (const std::string& content : contents) {
     const Expected<Key> key = Key::from_file(Write(content));
@@ -120,30 +120,32 @@ TEST_F(FaceKeyFile, ThatOthersMayOpenIsRefused) {
   for (const mode_t mode : {0640u, 0604u, 0620u, 0602u, 0610u, 0601u, 0666u, 0777u}) {
     std::string warning;
     const Expected<Key> key =
-        Key::from_file(Write(kDigits, mode), KeyFilePolicy::kRefuse, &warning);
+        Key::from_file(Write(kKeyDigits, mode), KeyFilePolicy::kRefuse, &warning);
     ASSERT_FALSE(key) << std::oct << mode;
     EXPECT_EQ(key.error().cause, Cause::kKeyPermissions);
     EXPECT_NE(key.error().text.find("chmod 600"), std::string::npos);
     EXPECT_EQ(warning, "");
   }
-  for (const mode_t mode : {0600u, 0400u, 0700u}) EXPECT_TRUE(Key::from_file(Write(kDigits, mode)));
+  for (const mode_t mode : {0600u, 0400u, 0700u}) {
+    EXPECT_TRUE(Key::from_file(Write(kKeyDigits, mode)));
+  }
 }
 
 TEST_F(FaceKeyFile, ThatOthersMayOpenIsUsedWithAWarningWhereThatIsThePolicy) {
   std::string warning;
-  const Expected<Key> key = Key::from_file(Write(kDigits, 0644), KeyFilePolicy::kWarn, &warning);
+  const Expected<Key> key = Key::from_file(Write(kKeyDigits, 0644), KeyFilePolicy::kWarn, &warning);
   ASSERT_TRUE(key);
   EXPECT_EQ(BytesOf(*key), KeyBytes());
   EXPECT_EQ(warning, "others may open the key file " + path() + "; chmod 600 would prevent it");
   EXPECT_TRUE(Key::from_file(path(), KeyFilePolicy::kWarn));
   warning.clear();
-  EXPECT_TRUE(Key::from_file(Write(kDigits, 0600), KeyFilePolicy::kWarn, &warning));
+  EXPECT_TRUE(Key::from_file(Write(kKeyDigits, 0600), KeyFilePolicy::kWarn, &warning));
   EXPECT_EQ(warning, "");
 }
 
 TEST_F(FaceKeyFile, OfAnotherUserIsRefused) {
   constexpr uid_t stranger = 54321;
-  Write(kDigits);
+  Write(kKeyDigits);
   if (chown(path().c_str(), stranger, static_cast<gid_t>(-1)) != 0) {
     GTEST_SKIP() << "only root can give a file away";
   }
@@ -160,8 +162,8 @@ TEST_F(FaceKeyFile, MayBeAPipeThatDeliversInPieces) {
   ASSERT_EQ(mkfifo(path().c_str(), 0644), 0);
   std::thread writer([this] {
     std::ofstream pipe(path());
-    pipe << std::string(kDigits).substr(0, 7) << std::flush;
-    pipe << std::string(kDigits).substr(7) << std::flush;
+    pipe << std::string(kKeyDigits).substr(0, 7) << std::flush;
+    pipe << std::string(kKeyDigits).substr(7) << std::flush;
   });
   const Expected<Key> key = Key::from_file(path());
   writer.join();

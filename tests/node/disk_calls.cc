@@ -16,7 +16,7 @@ constinit DiskCalls* g_watching = nullptr;
 
 std::string NameOnly(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
-std::string NameOf(int fd) {
+std::string FileNameOf(int fd) {
   std::array<char, 4096> path{};
   const ssize_t size =
       readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path.data(), path.size());
@@ -41,7 +41,7 @@ extern "C" {
 
 int fsync(int fd) {
   using namespace vt::testing;
-  if (g_watching != nullptr && g_watching->Strike("fsync " + NameOf(fd))) {
+  if (g_watching != nullptr && g_watching->Strike("fsync " + FileNameOf(fd))) {
     errno = EIO;
     return -1;
   }

@@ -22,19 +22,8 @@
 namespace vt::testing {
 namespace {
 
-using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
-using NewQuery = Query* (*)(const char*, std::uint32_t);
-
 // Longer than any test; the node ends such a pause with the connection.
 constexpr char kForever[] = "3600000";
-
-std::string FaultToml(const std::string& kind, const std::string& more = "") {
-  return "[[fault]]\nkind = \"" + kind + "\"\n" + more + "\n";
-}
-
-std::string TwoLamps(const std::string& faults) {
-  return NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}}) + faults;
-}
 
 // Exchange is a collect of names, or a set or sum, on its way.
 struct Exchange {
@@ -43,7 +32,7 @@ struct Exchange {
   CollectionPtr collection;
 
   explicit Exchange(std::uint16_t port, CollectionOptions options = {},
-                    NewQuery create = voltaris_createCollectQuery, const char* name = nullptr)
+                    QueryCreator create = voltaris_createCollectQuery, const char* name = nullptr)
       : session(voltaris_createSession("127.0.0.1", port, kIdentity, nullptr, 0)),
         query(create("test", 100)) {
     const bool is_set = create == voltaris_createSetQuery;

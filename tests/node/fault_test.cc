@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/node/element_types.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
@@ -20,8 +21,6 @@ constexpr std::int8_t kWill = -1;
 constexpr std::int8_t kWont = -2;
 constexpr std::int8_t kLater = -4;
 constexpr std::int8_t kResult = 1;
-constexpr std::uint32_t kName = 9;
-constexpr std::uint32_t kLevel = 14;
 
 // Three lamps and a phone, and what goes wrong with them.
 std::string Office(const std::string& faults) {
@@ -31,10 +30,6 @@ std::string Office(const std::string& faults) {
                    {.number = 3, .name = "lamp-3"},
                    phone}) +
          faults;
-}
-
-std::string FaultToml(const std::string& kind, const std::string& more = "") {
-  return "[[fault]]\nkind = \"" + kind + "\"\n" + more + "\n";
 }
 
 // Who is the numbers of the devices that an answer tells of with that shipment, in their order.
@@ -48,8 +43,6 @@ std::string Who(const Answered& answered, std::int8_t shipment) {
 }
 
 PduImage AskNames() { return Asking({kName}); }
-
-PduImage SetLevel(std::uint8_t level) { return Setting({Element(kLevel, 0, {level})}); }
 
 PduImage SumUsage() { return Summing({43}); }
 
@@ -144,7 +137,7 @@ TEST(Fault, StrikesAllEntitiesOfADeviceForOneOfThem) {
 TEST(Fault, IsForKindsOfQueries) {
   FleetUnderTest fleet(Office(FaultToml("silent", "queries = [\"set\", \"sum\"]")));
   EXPECT_EQ(fleet.Ask(AskNames()).accepted(), 4u);
-  EXPECT_EQ(fleet.Ask(SetLevel(3)).accepted(), 0u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(3)).accepted(), 0u);
   EXPECT_EQ(fleet.Ask(SumUsage()).accepted(), 0u);
   PduImage further = AskNames();
   further.action = 14;
@@ -244,7 +237,7 @@ TEST(Fault, SilentDevicesAreNowhereInTheAnswer) {
 
 TEST(Fault, SilentDevicesDoNotRefuseEither) {
   FleetUnderTest fleet(Office(FaultToml("silent", "role = \"lamp\"")));
-  for (const PduImage& query : {AskNames(), SetLevel(3), SumUsage()}) {
+  for (const PduImage& query : {AskNames(), SettingLevel(3), SumUsage()}) {
     const Answered answered = fleet.Ask(Among(query, "nobody"));
     EXPECT_EQ(Who(answered, kWont), "4");
   }
@@ -252,7 +245,7 @@ TEST(Fault, SilentDevicesDoNotRefuseEither) {
 
 TEST(Fault, DevicesThatWouldRefuseAnywayPutNothingOff) {
   FleetUnderTest fleet(Office(FaultToml("later")));
-  for (const PduImage& query : {AskNames(), SetLevel(3), SumUsage()}) {
+  for (const PduImage& query : {AskNames(), SettingLevel(3), SumUsage()}) {
     const Answered answered = fleet.Ask(Among(query, "lamp-1"));
     EXPECT_EQ(Who(answered, kLater), "1");
     EXPECT_EQ(Who(answered, kWont), "234");
@@ -264,7 +257,7 @@ TEST(Fault, ASetDoesNotReachDevicesThatDoNotAnswer) {
   FleetUnderTest fleet(Office(FaultToml("nak", "devices = \"lamp-1\"\nqueries = \"set\"") +
                               FaultToml("later", "devices = \"lamp-2\"\nqueries = \"set\"") +
                               FaultToml("silent", "devices = \"lamp-3\"\nqueries = \"set\"")));
-  const Answered set = fleet.Ask(SetLevel(3));
+  const Answered set = fleet.Ask(SettingLevel(3));
   EXPECT_EQ(Who(set, kWont), "1");
   EXPECT_EQ(set.Of(kWont)[0].entity, 1u);
   EXPECT_EQ(Who(set, kLater), "2");
@@ -344,7 +337,7 @@ TEST(Fault, DevicesWhoseMessagesAreSpoiledDoWhatTheQuerySays) {
   for (const std::string kind : {"wrong-digest", "malformed", "duplicate"}) {
     FleetUnderTest fleet(
         Office(FaultToml(kind, "devices = \"lamp-1\"\nqueries = [\"set\", \"sum\"]")));
-    (void)fleet.Deliver(SetLevel(3));
+    (void)fleet.Deliver(SettingLevel(3));
     for (const Told& told : fleet.Ask(Asking({kLevel})).OfType(kLevel)) {
       EXPECT_EQ(told.value, Bytes{3}) << kind << told.device;
     }
@@ -377,7 +370,7 @@ TEST(Fault, OfAConnectionThatNamesDevicesStrikesWhenTheQueryConcernsOne) {
   EXPECT_TRUE(fleet.Deliver(Among(AskNames(), "lamp-2")).messages.empty());
   EXPECT_EQ(fleet.Deliver(Among(AskNames(), "lamp-1")).messages.size(), 3u)
       << "where lamp-2 refuses, which is not to be asked for it";
-  EXPECT_TRUE(fleet.Deliver(Among(SetLevel(3), "lamp*")).messages.empty());
+  EXPECT_TRUE(fleet.Deliver(Among(SettingLevel(3), "lamp*")).messages.empty());
   EXPECT_TRUE(fleet.Deliver(SumUsage()).messages.empty());
 }
 

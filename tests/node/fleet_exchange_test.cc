@@ -42,8 +42,8 @@ voltaris::DeviceId Device(int number) {
   return id;
 }
 
-// Fleet is a group, and a device that has all that a device can have.
-std::string Fleet() {
+// FleetToml is a group, and a device that has all that a device can have.
+std::string FleetToml() {
   DeviceToml device = CompleteDevice();
   device.more += "address = \"192.0.2.7:7440\"\nneighbors = [{ id = \"" + DeviceId(8) +
                  "\", label = \"next\", address = \"192.0.2.1:258\" }]\n";
@@ -55,7 +55,7 @@ std::string Fleet() {
 }
 
 TEST(FleetExchange, EveryAttributeComesThroughTheLibraryByItself) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const auto row_of = [&node](auto attribute) {
     return Execute(node, collect_query("test").get(attribute).where(voltaris::identity, Device(1)));
   };
@@ -103,7 +103,7 @@ TEST(FleetExchange, EveryAttributeComesThroughTheLibraryByItself) {
 }
 
 TEST(FleetExchange, ManyAttributesComeTogetherWhateverFormTheyTravelIn) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const Results results = Execute(
       node, collect_query("test")
                 .get(voltaris::name, voltaris::role, voltaris::keywords, voltaris::usage,
@@ -130,7 +130,7 @@ TEST(FleetExchange, ManyAttributesComeTogetherWhateverFormTheyTravelIn) {
 }
 
 TEST(FleetExchange, GroupsAnswerAsTheirDevices) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const Results results = Execute(
       node,
       collect_query("test").get(voltaris::name, voltaris::usage).where(voltaris::role, "ph*"));
@@ -148,7 +148,7 @@ TEST(FleetExchange, GroupsAnswerAsTheirDevices) {
 }
 
 TEST(FleetExchange, EverythingThatCanBeSetIsSetAndComesBack) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const Results set = Execute(node, set_query("test")
                                         .set(voltaris::level, 2)
                                         .set(voltaris::importance, 70)
@@ -179,7 +179,7 @@ TEST(FleetExchange, EverythingThatCanBeSetIsSetAndComesBack) {
 }
 
 TEST(FleetExchange, SetsOfWhatCanOnlyBeReadAreRefused) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const auto refused = [&node](QueryDescription query) {
     const Results results = Execute(node, query);
     EXPECT_EQ(results.row_count(), 0u);
@@ -194,7 +194,7 @@ TEST(FleetExchange, SetsOfWhatCanOnlyBeReadAreRefused) {
 }
 
 TEST(FleetExchange, SumsTellUsageAndChanges) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   const Results results =
       Execute(node, sum_query("test").get(voltaris::usage, voltaris::delta_vector));
   EXPECT_EQ(results.accepted().size(), 6u);
@@ -213,7 +213,7 @@ TEST(FleetExchange, SumsTellUsageAndChanges) {
 }
 
 TEST(FleetExchange, TheThirdQueryActionCollects) {
-  const Node node(Fleet());
+  const Node node(FleetToml());
   std::string identity(36, 'i');
   Session* session = voltaris_createSession("127.0.0.1", node.port(), identity.data(), nullptr, 0);
   Query* query = voltaris_createQuery(VT_QUERY, VT_QUERY_FURTHER, "test", 100);
@@ -262,7 +262,7 @@ TEST(FleetExchange, WhatWasSetSurvivesARestart) {
   const TempFolder folder;
   const std::vector<std::string> arguments = {"--state", folder.path("kept")};
   {
-    Node node(Fleet(), arguments);
+    Node node(FleetToml(), arguments);
     const Results set =
         Execute(node, set_query("test").set(voltaris::level, 1).where(voltaris::role, "phone"));
     EXPECT_EQ(set.accepted().size(), 5u);
@@ -270,7 +270,7 @@ TEST(FleetExchange, WhatWasSetSurvivesARestart) {
     node.program().Signal(SIGKILL);
     (void)node.program().Finish();
   }
-  const Node node(Fleet(), arguments);
+  const Node node(FleetToml(), arguments);
   const Results results =
       Execute(node, collect_query("test").get(voltaris::level).where(voltaris::role, "phone"));
   EXPECT_EQ(results.row_count(), 5u);
@@ -279,7 +279,7 @@ TEST(FleetExchange, WhatWasSetSurvivesARestart) {
 
 TEST(FleetExchange, TheConfigurationMayNameTheStateFile) {
   const TempFolder folder;
-  std::string config = Fleet();
+  std::string config = FleetToml();
   config.replace(config.find("role = \"node\"\n"), 14,
                  "role = \"node\"\nstate = \"" + folder.path("kept") + "\"\n");
   const Node node(config);
@@ -290,7 +290,7 @@ TEST(FleetExchange, TheConfigurationMayNameTheStateFile) {
 
 TEST(FleetExchange, ADamagedStateFileIsReportedAndSetAside) {
   const TempFolder folder;
-  Node node(Fleet(), {"--state", folder.Write("kept", "voltaris-node state 1\nend 0 0000\n")});
+  Node node(FleetToml(), {"--state", folder.Write("kept", "voltaris-node state 1\nend 0 0000\n")});
   const Results results =
       Execute(node, collect_query("test").get(voltaris::level).where(voltaris::name, "all"));
   EXPECT_EQ(OnlyRow(results).get(voltaris::level), 4) << "as it is configured";
@@ -302,7 +302,7 @@ TEST(FleetExchange, ADamagedStateFileIsReportedAndSetAside) {
 
 TEST(FleetExchange, AStateFileThatCannotBeKeptEndsTheProgramBeforeItListens) {
   const TempFolder folder;
-  Program program("voltaris-node", {"--config", folder.Write("fleet.toml", Fleet()), "--listen",
+  Program program("voltaris-node", {"--config", folder.Write("fleet.toml", FleetToml()), "--listen",
                                     "127.0.0.1:0", "--state", folder.path("missing/kept")});
   const Outcome outcome = program.Finish();
   EXPECT_EQ(outcome.exit_code, 1);

@@ -16,7 +16,7 @@ using node::PageRequest;
 using node::PowerCategory;
 using node::PowerHistory;
 
-std::string Mixed() {
+std::string MixedGroups() {
   return NodeTable() +
          "[[group]]\ncount = 3\nname = \"desk-{n}\"\nrole = \"phone\"\nwatts = [0, 10]\n"
          "keywords = [\"Floor\"]\nentities = 2\nlevel = 5\n"
@@ -28,7 +28,7 @@ std::string Mixed() {
          "category = \"meter\"\n";
 }
 
-std::int64_t Of(const FleetTotals& totals, PowerCategory category) {
+std::int64_t MilliwattsOf(const FleetTotals& totals, PowerCategory category) {
   return totals.milliwatts[static_cast<std::size_t>(category)];
 }
 
@@ -41,14 +41,14 @@ std::vector<std::string> NamesOf(const EntityPage& page) {
 }
 
 TEST(FleetSurvey, AddsUpEachCategoryAndTheConsumersOfEachDomain) {
-  const node::FleetFile file = Load(Mixed());
+  const node::FleetFile file = Load(MixedGroups());
   FleetSurvey survey;
   const FleetTotals totals = survey.Measure(file.fleet, At(0));
   EXPECT_EQ(totals.devices, 6u);
   EXPECT_EQ(totals.entities, 9u);
-  EXPECT_EQ(Of(totals, PowerCategory::kConsumer), 6 * 5000 + 360'000);
-  EXPECT_EQ(Of(totals, PowerCategory::kProducer), 200'000);
-  EXPECT_EQ(Of(totals, PowerCategory::kMeter), 70'000);
+  EXPECT_EQ(MilliwattsOf(totals, PowerCategory::kConsumer), 6 * 5000 + 360'000);
+  EXPECT_EQ(MilliwattsOf(totals, PowerCategory::kProducer), 200'000);
+  EXPECT_EQ(MilliwattsOf(totals, PowerCategory::kMeter), 70'000);
   EXPECT_EQ(totals.domain_count, 2u);
   ASSERT_EQ(totals.domains.size(), 2u);
   EXPECT_EQ(totals.domains[0].name, "test");
@@ -73,7 +73,7 @@ TEST(FleetSurvey, OfManyDomainsTheLargestAreTold) {
 }
 
 TEST(FleetSurvey, FindsInNamesRolesKeywordsDomainsAndIdentitiesWhateverTheCase) {
-  const node::FleetFile file = Load(Mixed());
+  const node::FleetFile file = Load(MixedGroups());
   FleetSurvey survey;
   const auto matching = [&](const std::string& text) {
     return survey.Select(file.fleet, At(0), {.find = text}).matching;
@@ -89,7 +89,7 @@ TEST(FleetSurvey, FindsInNamesRolesKeywordsDomainsAndIdentitiesWhateverTheCase) 
 }
 
 TEST(FleetSurvey, SortsByPowerAndByLevelBothWays) {
-  const node::FleetFile file = Load(Mixed());
+  const node::FleetFile file = Load(MixedGroups());
   FleetSurvey survey;
   (void)survey.Measure(file.fleet, At(0));
   const auto names = [&](EntityOrder order, std::uint32_t from = 0) {
@@ -106,7 +106,7 @@ TEST(FleetSurvey, SortsByPowerAndByLevelBothWays) {
 }
 
 TEST(FleetSurvey, RowsAreAsTheFleetIsNowAndTotalsAsItWasMeasured) {
-  node::FleetFile file = Load(Mixed());
+  node::FleetFile file = Load(MixedGroups());
   FleetSurvey survey;
   (void)survey.Measure(file.fleet, At(0));
   node::Changes changes;
@@ -117,21 +117,21 @@ TEST(FleetSurvey, RowsAreAsTheFleetIsNowAndTotalsAsItWasMeasured) {
   ASSERT_EQ(page.rows.size(), 1u);
   EXPECT_EQ(page.rows[0].level, 10);
   EXPECT_EQ(page.rows[0].milliwatts, 10'000);
-  EXPECT_EQ(Of(survey.Measure(file.fleet, At(0)), PowerCategory::kConsumer), 395'000);
+  EXPECT_EQ(MilliwattsOf(survey.Measure(file.fleet, At(0)), PowerCategory::kConsumer), 395'000);
 }
 
 TEST(FleetSurvey, WhatHasNoUsageIsNotCounted) {
-  node::FleetFile file = Load(Mixed());
+  node::FleetFile file = Load(MixedGroups());
   file.fleet.LoseMeasure(file.fleet.EntityAt(6).model);
   FleetSurvey survey;
-  EXPECT_EQ(Of(survey.Measure(file.fleet, At(0)), PowerCategory::kConsumer), 30'000);
+  EXPECT_EQ(MilliwattsOf(survey.Measure(file.fleet, At(0)), PowerCategory::kConsumer), 30'000);
   const EntityPage page = survey.Select(file.fleet, At(0), {.find = "server"});
   ASSERT_EQ(page.rows.size(), 1u);
   EXPECT_FALSE(page.rows[0].milliwatts);
 }
 
 TEST(FleetSurvey, AnotherFleetCanBeLookedAtBeforeItIsMeasured) {
-  const node::FleetFile large = Load(Mixed());
+  const node::FleetFile large = Load(MixedGroups());
   const node::FleetFile small = Load(NodeTable() + DeviceToml{}.Text());
   FleetSurvey survey;
   (void)survey.Measure(large.fleet, At(0));

@@ -10,7 +10,7 @@ namespace {
 using node::MetricsText;
 using node::NodeFigures;
 
-node::AnsweredQuery Query(node::QueryKind kind, std::chrono::nanoseconds duration) {
+node::AnsweredQuery AnsweredIn(node::QueryKind kind, std::chrono::nanoseconds duration) {
   node::AnsweredQuery query;
   query.note.kind = kind;
   query.duration = duration;
@@ -44,7 +44,7 @@ TEST(Metrics, TellWhatTheTrafficWas) {
   traffic.Opened();
   traffic.Closed();
   traffic.AcceptFailed();
-  traffic.Answered(Query(node::QueryKind::kSet, std::chrono::milliseconds(2)));
+  traffic.Answered(AnsweredIn(node::QueryKind::kSet, std::chrono::milliseconds(2)));
   traffic.Rejected("a", node::Rejection::kTooSlow, "a took too long");
   traffic.Rejected("a", node::Rejection::kTooSlow, "a took too long");
   traffic.Sent(5, 700);
@@ -77,9 +77,9 @@ TEST(Metrics, TellWhatTheTrafficWas) {
 TEST(Metrics, BucketsOfAnswerTimesAddUpToTheirBounds) {
   node::Traffic traffic;
   const auto kind = node::QueryKind::kCollect;
-  traffic.Answered(Query(kind, std::chrono::microseconds(100)));  // just the first bound
-  traffic.Answered(Query(kind, std::chrono::microseconds(101)));
-  traffic.Answered(Query(kind, std::chrono::seconds(11)));  // above the last
+  traffic.Answered(AnsweredIn(kind, std::chrono::microseconds(100)));  // just the first bound
+  traffic.Answered(AnsweredIn(kind, std::chrono::microseconds(101)));
+  traffic.Answered(AnsweredIn(kind, std::chrono::seconds(11)));  // above the last
   const Exposition metrics(node::WriteMetrics(Figures(traffic)));
   const std::string name = "voltaris_node_answer_seconds";
   EXPECT_EQ(metrics.TypeOf(name), "histogram");

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "tests/node/element_types.h"
+
 namespace vt::testing {
 namespace {
 
@@ -195,6 +197,8 @@ PduImage Setting(const std::vector<Bytes>& elements) {
   image.elements.insert(image.elements.end(), elements.begin(), elements.end());
   return image;
 }
+
+PduImage SettingLevel(std::uint8_t level) { return Setting({Element(kLevel, 0, {level})}); }
 
 PduImage Summing(const std::vector<std::uint32_t>& combined_types) {
   PduImage image = Asking({});

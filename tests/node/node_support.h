@@ -30,6 +30,7 @@ node::FleetFile Load(const std::string& config, const node::HostProbe& probe = {
 // is the default one, so that a node without a key takes it with KeyOfSender.
 PduImage Asking(const std::vector<std::uint32_t>& types);
 PduImage Setting(const std::vector<Bytes>& elements);
+PduImage SettingLevel(std::uint8_t level);
 PduImage Summing(const std::vector<std::uint32_t>& combined_types);
 Bytes KeyOfSender();
 

@@ -6,27 +6,11 @@
 
 #include "node/fleet_file.h"
 #include "node/fleet_survey.h"
+#include "tests/node/element_types.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {
-
-constexpr std::uint32_t kRole = 7;
-constexpr std::uint32_t kName = 9;
-constexpr std::uint32_t kKeywords = 10;
-constexpr std::uint32_t kUnits = 12;
-constexpr std::uint32_t kUsage = 13;
-constexpr std::uint32_t kLevel = 14;
-constexpr std::uint32_t kImportance = 17;
-constexpr std::uint32_t kEntityType = 22;
-constexpr std::uint32_t kNeighbor = 28;
-constexpr std::uint32_t kNeighborCount = 29;
-constexpr std::uint32_t kDeltaVector = 36;
-constexpr std::uint32_t kCaliber = 38;
-constexpr std::uint32_t kUsageVector = 39;
-constexpr std::uint32_t kCombinedUsage = 43;
-constexpr std::uint32_t kCombinedDelta = 45;
-constexpr std::uint32_t kCategory = 51;
 
 // RecordingOf is a recording of the domain "test" with one entity that has these lines.
 std::string RecordingOf(const std::string& lines, const std::string& domain = "test") {
@@ -52,10 +36,6 @@ std::string WhyNot(const std::string& recording) {
   } catch (const node::FleetError& error) {
     return std::string(error.what()).substr(path.size());
   }
-}
-
-PduImage SetLevel(int level) {
-  return Setting({Element(kLevel, 0, Bytes{static_cast<std::uint8_t>(level)})});
 }
 
 // Numbers of 16 and of 32 bits, one after the other.
@@ -134,7 +114,7 @@ TEST(Replay, ASetLevelTakesItsUsageFromTheUsageVector) {
       "usage = 17 e-1\nlevel = 9\ndelta-vector = 1 1 1 1 1 1 1 1 1 1 1 "
       "e-1\n" +
       std::string(kUsages));
-  EXPECT_EQ(fleet.Ask(SetLevel(3)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(3)).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kLevel})).Only(kLevel), Hex("03"));
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(15));
   EXPECT_EQ(fleet.Ask(Asking({kDeltaVector})).Only(kDeltaVector),
@@ -144,20 +124,20 @@ TEST(Replay, ASetLevelTakesItsUsageFromTheUsageVector) {
 TEST(Replay, WithoutAUsageVectorTheChangesTellTheUsage) {
   FleetUnderTest fleet =
       Replay("usage = 17 e-1\ndelta-vector = -20 -12 0 1 2 3 4 5 6 7 2147483647 e-1");
-  EXPECT_EQ(fleet.Ask(SetLevel(1)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(1)).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(5));
   EXPECT_EQ(fleet.Ask(Asking({kDeltaVector})).Only(kDeltaVector),
             Longs({-8, 0, 12, 13, 14, 15, 16, 17, 18, 19, 2147483647}));
   // No usage is less than nothing, nor more than its 16 bits.
-  EXPECT_EQ(fleet.Ask(SetLevel(0)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(0)).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(0));
-  EXPECT_EQ(fleet.Ask(SetLevel(10)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(10)).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(65535));
 }
 
 TEST(Replay, WithoutVectorsTheUsageStaysWhatItWas) {
   FleetUnderTest fleet = Replay("usage = 17 e-1");
-  EXPECT_EQ(fleet.Ask(SetLevel(0)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(0)).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(17));
 }
 
@@ -176,10 +156,10 @@ TEST(Replay, WhatIsSetIsToldEvenIfItWasNotRecorded) {
 TEST(Replay, ASetIsAnsweredInACombinedElementOnlyWhenAllOfItIsKnown) {
   const std::string known =
       "role = \"r\"\nname = \"n\"\nkeywords = \"k\"\nusage = 17 e-1\nlevel = 9\nimportance = 1\n";
-  const Answered lacking = Replay(known).Ask(SetLevel(3));
+  const Answered lacking = Replay(known).Ask(SettingLevel(3));
   EXPECT_EQ(lacking.accepted(), 1u);
   EXPECT_EQ(lacking.Of(1).size(), 0u);
-  const Answered whole = Replay(known + "caliber = actual").Ask(SetLevel(3));
+  const Answered whole = Replay(known + "caliber = actual").Ask(SettingLevel(3));
   EXPECT_EQ(whole.Only(kCombinedUsage), U32(0) + U32(1) + Counted(Text("n")) + Counted(Text("r")) +
                                             Hex("ff 03 01") + Counted(Text("k")) + U16(17));
 }
@@ -195,7 +175,7 @@ TEST(Replay, TextsThatFillNoMessageTogetherTravelByThemselves) {
   EXPECT_EQ(answer.Only(kName), Counted(Bytes(1000, 'x')));
   EXPECT_EQ(answer.Only(kRole), Counted(Bytes(1000, 'x')));
   EXPECT_EQ(answer.OfType(kCombinedUsage).size(), 0u);
-  EXPECT_EQ(fleet.Ask(SetLevel(3)).accepted(), 1u);
+  EXPECT_EQ(fleet.Ask(SettingLevel(3)).accepted(), 1u);
 }
 
 TEST(Replay, SumsTakeDevicesWhosePowerIsKnown) {
@@ -216,9 +196,9 @@ TEST(Replay, SumsSurviveUnitsThatNoDeviceMeans) {
     FleetUnderTest fleet =
         Replay("usage = 65535 " + std::string(units) +
                "\ndelta-vector = -2147483648 0 0 0 0 0 0 0 0 0 2147483647 " + units);
-    const Answered sum = fleet.Ask(Summing({kCombinedUsage, kCombinedDelta}));
+    const Answered sum = fleet.Ask(Summing({kCombinedUsage, kCombinedDeltaVector}));
     EXPECT_EQ(sum.accepted(), 1u) << units;
-    EXPECT_EQ(sum.OfType(kCombinedDelta).size(), 1u) << units;
+    EXPECT_EQ(sum.OfType(kCombinedDeltaVector).size(), 1u) << units;
   }
 }
 

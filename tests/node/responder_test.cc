@@ -10,39 +10,11 @@
 #include <vector>
 
 #include "tests/node/disk_calls.h"
+#include "tests/node/element_types.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {
-
-// The types of elements, by what they carry.
-enum Type : std::uint32_t {
-  kIdentityType = 1,
-  kRole = 7,
-  kDomain = 8,
-  kName = 9,
-  kKeywords = 10,
-  kError = 11,
-  kUnits = 12,
-  kUsage = 13,
-  kLevel = 14,
-  kImportance = 17,
-  kEntityType = 22,
-  kReplyTo = 23,
-  kNeighbor = 28,
-  kNeighborCount = 29,
-  kNannyVector = 34,
-  kDeltaVector = 36,
-  kCaliber = 38,
-  kUsageVector = 39,
-  kTimeout = 41,
-  kCombinedUsage = 43,
-  kCombinedUsageVector = 44,
-  kCombinedDeltaVector = 45,
-  kRecurrence = 46,
-  kText21 = 48,
-  kCategory = 51,
-};
 
 Bytes Vector16(int step) {
   Bytes bytes;
@@ -79,7 +51,7 @@ TEST(Responder, EveryAttributeTravelsInAnElementOfItsTypeWhenItIsAskedForAlone) 
       {kRole, Counted(Text("de"))},
       {kName, Counted(Text("abc"))},
       {kKeywords, Counted(Text("f,g") + Hex("00"))},
-      {kError, Counted(Text("hot"))},
+      {kErrorText, Counted(Text("hot"))},
       {kUnits, Hex("ff")},
       {kLevel, Hex("04")},
       {kImportance, Hex("09")},
@@ -139,7 +111,7 @@ TEST(Responder, WhatEveryRowHasIsToldByItselfOnlyWhenNothingElseMakesARow) {
 
 TEST(Responder, WhatADeviceDoesNotHaveIsLeftOut) {
   FleetUnderTest fleet(NodeToml({DeviceToml{}}));
-  for (const std::uint32_t type : {kError, kNeighbor, kNannyVector, kRecurrence, kText21}) {
+  for (const std::uint32_t type : {kErrorText, kNeighbor, kNannyVector, kRecurrence, kText21}) {
     const Answered alone = fleet.Ask(Asking({type}));
     EXPECT_EQ(alone.accepted(), 1u) << type;
     EXPECT_TRUE(alone.Of(1).empty()) << type;
@@ -272,7 +244,7 @@ std::set<std::string> NamesFrom(const Answered& answer) {
   return names;
 }
 
-std::string Mixed() {
+std::string MixedDevices() {
   DeviceToml phone{.number = 3, .name = "phone-1", .role = "phone", .keywords = "\"desk\""};
   phone.importance = 50;
   DeviceToml meter{.number = 4, .name = "meter", .role = "meter", .keywords = "\"desk\", \"m\""};
@@ -290,7 +262,7 @@ PduImage Qualified(std::vector<Bytes> qualifiers, std::uint8_t priority = 100) {
 Bytes Qualifier(std::uint32_t type, const Bytes& value) { return Element(type, 1, value); }
 
 TEST(Responder, QualifiersAndPriorityChooseDevices) {
-  FleetUnderTest fleet(Mixed());
+  FleetUnderTest fleet(MixedDevices());
   const Bytes second = Qualifier(kIdentityType, Identity32(DeviceId(2)) + U32(0));
   const struct {
     std::string what;
@@ -327,14 +299,14 @@ TEST(Responder, QualifiersAndPriorityChooseDevices) {
 }
 
 TEST(Responder, QueriesForAnotherDomainGetNothing) {
-  FleetUnderTest fleet(Mixed());
+  FleetUnderTest fleet(MixedDevices());
   PduImage image = Qualified({});
   image.elements[0] = Element(kDomain, 0, Text("elsewhere"));
   EXPECT_TRUE(fleet.Ask(image).messages.empty());
 }
 
 TEST(Responder, TheFiltersSeeWhatWasSet) {
-  FleetUnderTest fleet(Mixed());
+  FleetUnderTest fleet(MixedDevices());
   PduImage rename =
       Setting({Element(kName, 0, Text("new")), Element(kRole, 0, Text("other")),
                Element(kKeywords, 0, Text("k") + Hex("00")), Element(kImportance, 0, Hex("46"))});
@@ -411,7 +383,7 @@ TEST(Responder, WhatCannotBeSetIsRefusedByEveryDeviceItConcernsAndChangesNothing
       // Attributes that can only be read.
       Element(kIdentityType, 0, Identity32(DeviceId(5)) + U32(1)),
       Element(kDomain, 0, Text("elsewhere")),
-      Element(kError, 0, Text("none")),
+      Element(kErrorText, 0, Text("none")),
       Element(kUnits, 0, Hex("01")),
       Element(kUsage, 0, U16(1)),
       Element(kEntityType, 0, U32(1)),
@@ -433,7 +405,7 @@ TEST(Responder, WhatCannotBeSetIsRefusedByEveryDeviceItConcernsAndChangesNothing
       Element(60, 0, {}),
       Element(0x8000000E, 0, {}),
   };
-  FleetUnderTest fleet(Mixed());
+  FleetUnderTest fleet(MixedDevices());
   const PduImage everything =
       Asking({kName, kRole, kKeywords, kLevel, kImportance, kUsage, kRecurrence});
   const std::vector<Bytes> before = fleet.Ask(everything).messages;
@@ -452,7 +424,7 @@ TEST(Responder, ASetMayAskForWhatCanOnlyBeRead) {
   FleetUnderTest fleet(NodeToml({DeviceToml{}}));
   // As clients write it: an element without a value, or zeros in its place.
   const PduImage asking =
-      Asking({kIdentityType, kDomain, kError, kUnits, kUsage, kEntityType, kReplyTo, kNeighbor,
+      Asking({kIdentityType, kDomain, kErrorText, kUnits, kUsage, kEntityType, kReplyTo, kNeighbor,
               kNeighborCount, kNannyVector, kDeltaVector, kCaliber, kUsageVector, kText21,
               kCategory, kName, kRole, kKeywords});
   PduImage set = Setting({Element(kLevel, 0, Hex("05"))});
@@ -546,7 +518,7 @@ TEST(Responder, SumsOverUsagesOfZeroStillHoldTheirChanges) {
 }
 
 TEST(Responder, SumsAreOfTheDevicesThatTheyConcern) {
-  FleetUnderTest fleet(Mixed());
+  FleetUnderTest fleet(MixedDevices());
   PduImage image = Summing({kCombinedUsage});
   image.elements.push_back(Qualifier(kRole, Text("lamp")));
   const Answered answer = fleet.Ask(image);
@@ -589,8 +561,8 @@ TEST(Responder, PowerIsThatOfTheClock) {
   }
 }
 
-PduImage WithTimeout(PduImage image, std::uint8_t seconds) {
-  image.elements.push_back(Element(kTimeout, 0, {seconds}));
+PduImage WithTimeout(PduImage image, std::uint8_t timeout) {
+  image.elements.push_back(Element(kTimeout, 0, {timeout}));
   return image;
 }
 
@@ -620,7 +592,7 @@ TEST(Responder, ASetWhoseTimeIsOverSetsNothing) {
 TEST(Responder, WhatWasSetOutlivesTheNode) {
   const TempFolder folder;
   const std::string state = folder.path("state");
-  const std::string config = Mixed();
+  const std::string config = MixedDevices();
   PduImage set = Setting({Element(kLevel, 0, Hex("03")), Element(kName, 0, Text("kept")),
                           Element(kRecurrence, 0, Counted(Text("x")) + Hex("01 02 00000003"))});
   set.elements.push_back(Qualifier(kName, Text("lamp-2")));

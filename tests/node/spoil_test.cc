@@ -44,14 +44,14 @@ std::vector<std::size_t> Sizes(const Delivery& delivery) {
   return sizes;
 }
 
-Fault Of(FaultKind kind) {
+Fault FaultOf(FaultKind kind) {
   Fault fault;
   fault.kind = kind;
   return fault;
 }
 
 Fault DropAfter(std::size_t bytes) {
-  Fault fault = Of(FaultKind::kDrop);
+  Fault fault = FaultOf(FaultKind::kDrop);
   fault.after = bytes;
   return fault;
 }
@@ -59,11 +59,11 @@ Fault DropAfter(std::size_t bytes) {
 using Many = std::vector<std::size_t>;
 
 TEST(Spoil, ADelayAndADripChangeThePaceAndNoByte) {
-  Fault delay = Of(FaultKind::kDelay);
+  Fault delay = FaultOf(FaultKind::kDelay);
   delay.delay = std::chrono::milliseconds(70);
   EXPECT_EQ(Spoiled(delay).delay.count(), 70);
   EXPECT_EQ(Spoiled(delay).messages, TwoMessages());
-  Fault drip = Of(FaultKind::kDrip);
+  Fault drip = FaultOf(FaultKind::kDrip);
   drip.bytes = 3;
   drip.pause = std::chrono::milliseconds(20);
   EXPECT_EQ(Spoiled(drip).step, 3u);
@@ -72,7 +72,7 @@ TEST(Spoil, ADelayAndADripChangeThePaceAndNoByte) {
 }
 
 TEST(Spoil, ADropEndsInTheMiddleOfTheLastMessageUnlessItSaysWhere) {
-  EXPECT_EQ(Sizes(Spoiled(Of(FaultKind::kDrop))), (Many{96, 50}));
+  EXPECT_EQ(Sizes(Spoiled(FaultOf(FaultKind::kDrop))), (Many{96, 50}));
   EXPECT_EQ(Sizes(Spoiled(DropAfter(1))), (Many{1}));
   EXPECT_EQ(Sizes(Spoiled(DropAfter(95))), (Many{95}));
   EXPECT_EQ(Sizes(Spoiled(DropAfter(96))), (Many{96}));
@@ -88,7 +88,7 @@ TEST(Spoil, ADropEndsInTheMiddleOfTheLastMessageUnlessItSaysWhere) {
 }
 
 TEST(Spoil, ClosingEarlyKeepsWholeMessages) {
-  Fault fault = Of(FaultKind::kCloseEarly);
+  Fault fault = FaultOf(FaultKind::kCloseEarly);
   EXPECT_EQ(Sizes(Spoiled(fault)), (Many{}));
   fault.messages = 1;
   EXPECT_EQ(Spoiled(fault).messages, std::vector<Bytes>{TwoMessages()[0]});
@@ -97,7 +97,7 @@ TEST(Spoil, ClosingEarlyKeepsWholeMessages) {
 }
 
 TEST(Spoil, ALengthTooGreatAnnouncesBytesThatDoNotCome) {
-  Fault fault = Of(FaultKind::kBadLength);
+  Fault fault = FaultOf(FaultKind::kBadLength);
   fault.by = 8;
   const Delivery delivery = Spoiled(fault);
   EXPECT_EQ(delivery.messages[0], TwoMessages()[0]);
@@ -108,7 +108,7 @@ TEST(Spoil, ALengthTooGreatAnnouncesBytesThatDoNotCome) {
 }
 
 TEST(Spoil, ALengthTooSmallCutsTheElementUnderARightDigest) {
-  Fault fault = Of(FaultKind::kBadLength);
+  Fault fault = FaultOf(FaultKind::kBadLength);
   fault.by = -3;
   PduImage image;
   image.tlv_bytes = 17;
@@ -118,7 +118,7 @@ TEST(Spoil, ALengthTooSmallCutsTheElementUnderARightDigest) {
 }
 
 TEST(Spoil, ALengthIsNeverLessThanNothing) {
-  Fault fault = Of(FaultKind::kBadLength);
+  Fault fault = FaultOf(FaultKind::kBadLength);
   fault.by = -1320;
   PduImage image;
   image.tlv_count = 1;
@@ -128,7 +128,7 @@ TEST(Spoil, ALengthIsNeverLessThanNothing) {
 
 TEST(Spoil, AnOverSizeMessageIsAsLongAsItAnnouncesAndSigned) {
   for (const std::size_t size : {1412u, 2000u, 65567u}) {
-    Fault fault = Of(FaultKind::kOverSize);
+    Fault fault = FaultOf(FaultKind::kOverSize);
     fault.size = size;
     const Delivery delivery = Spoiled(fault);
     EXPECT_EQ(delivery.messages[0], TwoMessages()[0]);
@@ -142,7 +142,7 @@ TEST(Spoil, AnOverSizeMessageIsAsLongAsItAnnouncesAndSigned) {
 TEST(Spoil, AFullMessageBecomesOverSizeToo) {
   const Bytes full = MessageWith({Element(9, 0, Bytes(1400 - 80 - 12, 'n'))});
   ASSERT_EQ(full.size(), 1400u);
-  Fault fault = Of(FaultKind::kOverSize);
+  Fault fault = FaultOf(FaultKind::kOverSize);
   fault.size = 1412;
   EXPECT_EQ(Spoiled(fault, {full}).messages[0],
             MessageWith({Element(9, 0, Bytes(1400 - 80 - 12, 'n')), Element(0, 0, {})}));
@@ -151,7 +151,7 @@ TEST(Spoil, AFullMessageBecomesOverSizeToo) {
 TEST(Spoil, WhereNobodyAnswersThereIsNothingToSpoil) {
   for (const FaultKind kind :
        {FaultKind::kDrop, FaultKind::kCloseEarly, FaultKind::kBadLength, FaultKind::kOverSize}) {
-    Fault fault = Of(kind);
+    Fault fault = FaultOf(kind);
     fault.size = 2000;
     fault.by = 1;
     EXPECT_EQ(Sizes(Spoiled(fault, {})), (Many{}));

@@ -49,7 +49,7 @@ const combo_entry& ComboAt(const Tlv* tlv, std::size_t index) {
   return *static_cast<const combo_entry*>(ValueOf(tlv).entries[index]);
 }
 
-int AddUsage(Event* ev, std::uint32_t tag, const device_header& device) {
+int AddDeviceUsage(Event* ev, std::uint32_t tag, const device_header& device) {
   const std::uint16_t usage = 700;
   return cv_add_aggr_type_tlv(ev, 13, &usage, tag, &device, nullptr);
 }
@@ -78,15 +78,15 @@ usage_cmn_hdr NoUsage() {
   return usage;
 }
 
-int Create(Event* ev) {
+int CreatePdu(Event* ev) {
   const hmac_context key = KeyedContext("secret");
   return vtn_createPdu(ev, 0, 0, 10, 11, Bytes(32, 'a').data(), 1, &key, 0);
 }
 
 TEST(Aggregate, GathersTwoValuesOfOneDeviceInOneElement) {
   const EventPtr ev = NewEvent();
-  EXPECT_EQ(AddUsage(ev.get(), 1, Device('d')), 0);
-  EXPECT_EQ(AddUsage(ev.get(), 2, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 2, Device('d')), 0);
   ASSERT_EQ(ev->pak->tlv_count, 1);
   const Tlv* tlv = ev->tlvs[0];
   EXPECT_EQ(tlv->type, 0x8000000Du);
@@ -104,9 +104,9 @@ TEST(Aggregate, KeepsTwoDevicesInTwoElements) {
   const EventPtr ev = NewEvent();
   device_header second = Device('d');
   second.id.bytes[31] = 'e';  // the last byte of the identity counts
-  EXPECT_EQ(AddUsage(ev.get(), 1, Device('d')), 0);
-  EXPECT_EQ(AddUsage(ev.get(), 2, second), 0);
-  EXPECT_EQ(AddUsage(ev.get(), 3, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 2, second), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 3, Device('d')), 0);
   ASSERT_EQ(ev->pak->tlv_count, 2);
   EXPECT_EQ(ValueOf(ev->tlvs[0]).entry_count, 2u);
   EXPECT_EQ(ValueOf(ev->tlvs[1]).entry_count, 1u);
@@ -117,7 +117,7 @@ TEST(Aggregate, KeepsTwoTypesInTwoElements) {
   const EventPtr ev = NewEvent();
   const device_header device = Device('d');
   const std::uint8_t level = 5;
-  EXPECT_EQ(AddUsage(ev.get(), 1, device), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   EXPECT_EQ(cv_add_aggr_type_tlv(ev.get(), 14, &level, 1, &device, nullptr), 0);
   ASSERT_EQ(ev->pak->tlv_count, 2);
   EXPECT_EQ(ev->tlvs[1]->type, 0x8000000Eu);
@@ -129,8 +129,8 @@ TEST(Aggregate, ComparesTheIdentityAndNotTheBlock) {
   char block[] = "0123456789abcdef";
   device.data = block;
   device.data_len = 16;
-  EXPECT_EQ(AddUsage(ev.get(), 1, Device('d')), 0);
-  EXPECT_EQ(AddUsage(ev.get(), 2, device), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 2, device), 0);
   EXPECT_EQ(ev->pak->tlv_count, 1);
 }
 
@@ -140,7 +140,7 @@ TEST(Aggregate, OwnsACopyOfTheDeviceBlock) {
   char block[] = "0123456789abcdef";
   device.data = block;
   device.data_len = 16;
-  EXPECT_EQ(AddUsage(ev.get(), 1, device), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   std::memset(block, 0, sizeof block);
   const device_header& copy = ValueOf(ev->tlvs[0]).device;
   ASSERT_EQ(copy.data_len, 16u);
@@ -150,7 +150,7 @@ TEST(Aggregate, OwnsACopyOfTheDeviceBlock) {
 // The length of a new aggregate is the same number in both word sizes, whatever its record takes.
 TEST(Aggregate, ReportsFortyEightBytesOfValue) {
   const EventPtr ev = NewEvent();
-  EXPECT_EQ(AddUsage(ev.get(), 1, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, Device('d')), 0);
   std::int32_t index = 0;
   std::uint32_t len = 0;
   EXPECT_EQ(cv_get_next_tlv_value_common(ev.get(), &index, 0x8000000Du, &len, 0),
@@ -161,7 +161,7 @@ TEST(Aggregate, ReportsFortyEightBytesOfValue) {
 TEST(Aggregate, GrowsItsEntriesBySixteen) {
   const EventPtr ev = NewEvent();
   for (std::uint32_t tag = 0; tag < 33; ++tag) {
-    ASSERT_EQ(AddUsage(ev.get(), tag, Device('d')), 0);
+    ASSERT_EQ(AddDeviceUsage(ev.get(), tag, Device('d')), 0);
     // Address sanitizers check the slots; the count tells that none was lost.
     ASSERT_EQ(ValueOf(ev->tlvs[0]).entry_count, tag + 1);
   }
@@ -176,7 +176,7 @@ TEST(Aggregate, AllocatesTheEntriesInBlocksOfSixteen) {
     std::size_t allocations = 0;
     {
       const vt::testing::AllocationCount count;
-      ASSERT_EQ(AddUsage(ev.get(), tag, Device('d')), 0);
+      ASSERT_EQ(AddDeviceUsage(ev.get(), tag, Device('d')), 0);
       bytes = count.bytes();
       allocations = count.allocations();
     }
@@ -195,7 +195,8 @@ TEST(Aggregate, ReceivedOneTakesFurtherEntries) {
   const EventPtr ev = Wrap(image.Signed(Text("secret")));
   const hmac_context key = KeyedContext("secret");
   ASSERT_EQ(cv_unpack_event(ev.get(), &key), 0);
-  for (std::uint32_t tag = 4; tag <= 20; ++tag) ASSERT_EQ(AddUsage(ev.get(), tag, Device('d')), 0);
+  for (std::uint32_t tag = 4; tag <= 20; ++tag)
+    ASSERT_EQ(AddDeviceUsage(ev.get(), tag, Device('d')), 0);
   ASSERT_EQ(ev->pak->tlv_count, 1);
   ASSERT_EQ(ValueOf(ev->tlvs[0]).entry_count, 20u);
   for (std::uint32_t i = 0; i < 20; ++i) EXPECT_EQ(PlainAt(ev->tlvs[0], i).tag, i + 1);
@@ -207,7 +208,7 @@ TEST(Aggregate, ReceivedWithoutEntriesTakesTheFirst) {
   const EventPtr ev = Wrap(image.Signed(Text("secret")));
   const hmac_context key = KeyedContext("secret");
   ASSERT_EQ(cv_unpack_event(ev.get(), &key), 0);
-  EXPECT_EQ(AddUsage(ev.get(), 4, Device('d')), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 4, Device('d')), 0);
   EXPECT_EQ(ev->pak->tlv_count, 1);
   EXPECT_EQ(ValueOf(ev->tlvs[0]).entry_count, 1u);
 }
@@ -223,7 +224,7 @@ TEST(Aggregate, ReceivedWithoutAValueIsPassedOver) {
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, &device, 0), ev->tlvs[1]);
   const device_header other = Device('x');
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, &other, 0), nullptr);
-  EXPECT_EQ(AddUsage(ev.get(), 1, other), 0);
+  EXPECT_EQ(AddDeviceUsage(ev.get(), 1, other), 0);
   EXPECT_EQ(ev->pak->tlv_count, 3);
 }
 
@@ -259,7 +260,7 @@ TEST(FindAggregate, NeedsAnEventAndADevice) {
   const device_header device = Device('d');
   EXPECT_EQ(cv_get_next_tlv_by_dh(nullptr, 13, &device, 1), nullptr);
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, nullptr, 1), nullptr);
-  ASSERT_EQ(AddUsage(ev.get(), 1, device), 0);
+  ASSERT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, nullptr, 1), nullptr);
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, nullptr, 0), nullptr);
   EXPECT_EQ(ev->pak->tlv_count, 1);
@@ -268,8 +269,8 @@ TEST(FindAggregate, NeedsAnEventAndADevice) {
 TEST(FindAggregate, SkipsEmptySlots) {
   const EventPtr ev = NewEvent();
   const device_header device = Device('d');
-  ASSERT_EQ(AddUsage(ev.get(), 1, Device('x')), 0);
-  ASSERT_EQ(AddUsage(ev.get(), 1, device), 0);
+  ASSERT_EQ(AddDeviceUsage(ev.get(), 1, Device('x')), 0);
+  ASSERT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   vt_free_tlv_ptr(ev->tlvs[0]);
   ev->tlvs[0] = nullptr;
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, &device, 0), ev->tlvs[1]);
@@ -279,7 +280,7 @@ TEST(FindAggregate, ReadsExactlyThirtyTwoBytesOfIdentity) {
   const EventPtr ev = NewEvent();
   device_header device = Device(0);
   device.id.bytes[31] = 1;
-  ASSERT_EQ(AddUsage(ev.get(), 1, device), 0);
+  ASSERT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   device.id.bytes[31] = 2;
   EXPECT_EQ(cv_get_next_tlv_by_dh(ev.get(), 13, &device, 0), nullptr);
 }
@@ -334,7 +335,7 @@ TEST(AddToAggregate, ATypeThatCannotBeGatheredFails) {
 TEST(AddToAggregate, AFailedFillLeavesTheCount) {
   const EventPtr ev = NewEvent();
   const device_header device = Device('d');
-  ASSERT_EQ(AddUsage(ev.get(), 1, device), 0);
+  ASSERT_EQ(AddDeviceUsage(ev.get(), 1, device), 0);
   EXPECT_EQ(cv_add_aggr_type_tlv(ev.get(), 13, nullptr, 2, &device, nullptr), 1);
   EXPECT_EQ(ValueOf(ev->tlvs[0]).entry_count, 1u);
 }
@@ -384,7 +385,7 @@ TEST(AddToAggregate, CombinesTheUsageHeaderWithTheValue) {
   EXPECT_STREQ(entry.usage.text3, "a,b");
   EXPECT_EQ(*static_cast<std::uint16_t*>(entry.data), 2000);
 
-  ASSERT_EQ(Create(ev.get()), 0);
+  ASSERT_EQ(CreatePdu(ev.get()), 0);
   EXPECT_TRUE(vt::testing::SameBytes(
       Hex("8000002b 0000005e 00000000 32*63 00000000 00000001 00000009 00000001 fffffffe "
           "00000006 6c616d702d37 00000004 6c616d70 fd 05 32 00000003 612c62 07d0"),
@@ -408,7 +409,7 @@ TEST(AddToAggregate, AnEmptyCombinedEntryTravelsWithEmptyTexts) {
     const GuardedBytes data(Hex(row.data));
     ASSERT_EQ(cv_add_aggr_type_tlv(ev.get(), row.type, data.data(), 0, &device, &usage), 0);
     EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), Hex(row.wire).size());
-    ASSERT_EQ(Create(ev.get()), 0);
+    ASSERT_EQ(CreatePdu(ev.get()), 0);
     EXPECT_TRUE(vt::testing::SameBytes(Hex(row.wire), TlvArea(*ev))) << row.type;
     const EventPtr back = Wrap(Bytes(ev->raw, ev->raw + ev->raw_len));
     const hmac_context key = KeyedContext("secret");
@@ -510,14 +511,14 @@ TEST(AddToAggregate, AFailedGrowthEmptiesTheAggregate) {
         ++emptied;
         EXPECT_EQ(value.entry_count, 0u);
         EXPECT_EQ(vt_get_total_tlvs_data_size(ev.get()), 52u);
-        EXPECT_EQ(Create(ev.get()), 0);
+        EXPECT_EQ(CreatePdu(ev.get()), 0);
         EXPECT_EQ(ev->raw_len, 132u);
         cv_set_common_hdr(ev.get());
       } else {
         EXPECT_EQ(value.entry_count, 16u);
       }
       EXPECT_EQ(append(ev.get(), 18), 0);
-      EXPECT_EQ(Create(ev.get()), 0);
+      EXPECT_EQ(CreatePdu(ev.get()), 0);
     });
     EXPECT_EQ(emptied, 2u) << type;  // the growth alone, and with all that follows
   }
@@ -685,7 +686,7 @@ TEST(AggregateAck, GathersAcknowledgementsWithNothingButATag) {
     EXPECT_EQ(PlainAt(tlv, i).data_len, 0u);
     EXPECT_EQ(PlainAt(tlv, i).data, nullptr);
   }
-  ASSERT_EQ(Create(ev.get()), 0);
+  ASSERT_EQ(CreatePdu(ev.get()), 0);
   EXPECT_TRUE(vt::testing::SameBytes(
       Hex("8000002a 0000003c 00000000 32*64 00000000 00000002 00000005 00000000"), TlvArea(*ev)));
 }

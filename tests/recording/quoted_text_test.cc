@@ -16,7 +16,7 @@ std::string Unquote(std::string_view text) {
   return bytes;
 }
 
-std::string WhyNot(std::string_view text) {
+std::string WhyNotUnquoted(std::string_view text) {
   try {
     return "read as " + Unquote(text);
   } catch (const RecordingError& error) {
@@ -120,7 +120,7 @@ TEST(QuotedText, WhatIsNoQuotedTextIsRefusedWithItsColumn) {
       {"\"lamp\" x", "8: the line should end here"},
       {'"' + std::string(1001, 'x') + '"', "1: the text is longer than 1000 bytes"},
   };
-  for (const auto& c : cases) EXPECT_EQ(WhyNot(c.text), c.reason) << c.text;
+  for (const auto& c : cases) EXPECT_EQ(WhyNotUnquoted(c.text), c.reason) << c.text;
 }
 
 }  // namespace

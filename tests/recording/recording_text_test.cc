@@ -66,7 +66,7 @@ std::string Complete() {
          "end\n";
 }
 
-std::string WhyNot(std::string_view text) {
+std::string WhyNotRead(std::string_view text) {
   try {
     (void)ReadRecording(text);
     return "it was read";
@@ -225,9 +225,9 @@ TEST(RecordingText, WhatIsWrongInTheHeaderIsToldWithItsPlace) {
        "2:10: the domain is longer than 255 bytes"},
       {title + std::string(16385, ' ') + "\nend\n", "2:1: the line is longer than 16384 bytes"},
   };
-  for (const auto& c : cases) EXPECT_EQ(WhyNot(c.text), c.reason) << c.text.substr(0, 300);
+  for (const auto& c : cases) EXPECT_EQ(WhyNotRead(c.text), c.reason) << c.text.substr(0, 300);
 
-  EXPECT_EQ(WhyNot(header + "attributes = level, usage\nend\n").substr(0, 38),
+  EXPECT_EQ(WhyNotRead(header + "attributes = level, usage\nend\n").substr(0, 38),
             "5:21: \"usage\" is not in its place: eac");
 }
 
@@ -298,13 +298,13 @@ TEST(RecordingText, WhatIsWrongInAnEntityIsToldWithItsPlace) {
       {"entity = \"device00000000000000000000000001\"",
        "7:44: the number of the entity is missing"},
   };
-  for (const auto& c : cases) EXPECT_EQ(WhyNot(WithEntity(c.lines)), c.reason) << c.lines;
+  for (const auto& c : cases) EXPECT_EQ(WhyNotRead(WithEntity(c.lines)), c.reason) << c.lines;
 }
 
 TEST(RecordingText, AValueThatWasNotAskedForIsRefused) {
   std::string text(kHeader);
   text += "attributes = name\nentity = \"device00000000000000000000000001\" 1\nlevel = 3\nend\n";
-  EXPECT_EQ(WhyNot(text), "7:1: 'attributes' above does not list \"level\"");
+  EXPECT_EQ(WhyNotRead(text), "7:1: 'attributes' above does not list \"level\"");
 }
 
 TEST(RecordingText, EveryTruncationIsRefused) {
@@ -382,7 +382,7 @@ TEST(RecordingText, NeighborsAreBounded) {
   for (std::size_t i = 0; i <= kMostNeighbors; ++i) {
     lines += "neighbor = \"device00000000000000000000000002\" \"\" - 1\n";
   }
-  EXPECT_EQ(WhyNot(WithEntity(lines)), "65542:1: there are too many of them");
+  EXPECT_EQ(WhyNotRead(WithEntity(lines)), "65542:1: there are too many of them");
 }
 
 }  // namespace

@@ -9,9 +9,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-const Target kFirst = TargetAt(1);
-const Target kSecond = TargetAt(2);
-
 Row Lamp(const std::string& name, std::int64_t watts, std::optional<int> units = 0) {
   return {"device-" + name, 1, {name, Power{watts, units}}};
 }
@@ -27,7 +24,8 @@ std::string FirstLine(const Judgement& judgement) {
 }
 
 TEST(CheckJudgement, AllIsWellWithoutThresholds) {
-  const Judgement judgement = JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30), Lamp("b", 1005, -1)})});
+  const Judgement judgement =
+      JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30), Lamp("b", 1005, -1)})});
   EXPECT_EQ(judgement.state, CheckState::kOk);
   EXPECT_EQ(judgement.text,
             "VOLTARIS OK - 130.5 W of 2 entities, 1 node | total=130.5W;;;0; largest=100.5W;;;0; "
@@ -37,7 +35,7 @@ TEST(CheckJudgement, AllIsWellWithoutThresholds) {
 }
 
 TEST(CheckJudgement, AWarningIsToldWithItsRange) {
-  const Judgement judgement = JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30)})}, {"20"}, {"40"});
+  const Judgement judgement = JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30)})}, {"20"}, {"40"});
   EXPECT_EQ(judgement.state, CheckState::kWarning);
   EXPECT_EQ(FirstLine(judgement).find("VOLTARIS WARNING - total 30 W (warning: 20) | total=30W;20;"
                                       "40;0; "),
@@ -46,7 +44,7 @@ TEST(CheckJudgement, AWarningIsToldWithItsRange) {
 }
 
 TEST(CheckJudgement, TheWorstStateCounts) {
-  const Judgement judgement = JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30), Lamp("b", 90)})},
+  const Judgement judgement = JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30), Lamp("b", 90)})},
                                          {"largest=80"}, {"smallest=40:"});
   EXPECT_EQ(judgement.state, CheckState::kCritical);
   EXPECT_EQ(FirstLine(judgement).find(
@@ -57,21 +55,21 @@ TEST(CheckJudgement, TheWorstStateCounts) {
 }
 
 TEST(CheckJudgement, CriticalComesBeforeTheWarningOfTheSameNumber) {
-  const Judgement judgement = JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30)})}, {"10"}, {"20"});
+  const Judgement judgement = JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30)})}, {"10"}, {"20"});
   EXPECT_EQ(judgement.state, CheckState::kCritical);
   EXPECT_EQ(judgement.text.find("(warning"), std::string::npos);
 }
 
 TEST(CheckJudgement, EntitiesAreCounted) {
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, {Lamp("a", 30), Lamp("b", 90)})};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, {Lamp("a", 30), Lamp("b", 90)})};
   EXPECT_EQ(JudgeNodes(nodes, {}, {"entities=2:"}).state, CheckState::kOk);
   EXPECT_EQ(JudgeNodes(nodes, {}, {"entities=3:"}).state, CheckState::kCritical);
 }
 
 TEST(CheckJudgement, ANodeThatCannotBeReachedMakesItUnknown) {
   const Judgement judgement =
-      JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30)}),
-                  AnswerOf(kSecond, {}, Status::kUnreachable, "connection refused")},
+      JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30)}),
+                  AnswerOf(kSecondNode, {}, Status::kUnreachable, "connection refused")},
                  {"20"}, {"40:"});
   EXPECT_EQ(judgement.state, CheckState::kUnknown);
   EXPECT_NE(judgement.text.find("total 30 W (critical: 40:)"), std::string::npos);
@@ -89,8 +87,8 @@ TEST(CheckJudgement, ANodeThatCannotBeReachedMakesItUnknown) {
 // What more nodes would tell could only be more power, more entities, and a smaller smallest.
 TEST(CheckJudgement, WhatIsCriticalWhateverTheRestWouldTellStaysCritical) {
   const std::vector<NodeAnswer> nodes = {
-      AnswerOf(kFirst, {Lamp("a", 30), Lamp("b", 10)}),
-      AnswerOf(kSecond, {}, Status::kUnreachable, "connection refused")};
+      AnswerOf(kFirstNode, {Lamp("a", 30), Lamp("b", 10)}),
+      AnswerOf(kSecondNode, {}, Status::kUnreachable, "connection refused")};
   for (const char* certain : {"20", "@20:", "largest=20", "entities=1",
                               "smallest=20:", "smallest=@~:15", "unreachable=0"}) {
     EXPECT_EQ(JudgeNodes(nodes, {}, {certain}).state, CheckState::kCritical) << certain;
@@ -102,8 +100,8 @@ TEST(CheckJudgement, WhatIsCriticalWhateverTheRestWouldTellStaysCritical) {
 }
 
 TEST(CheckJudgement, AFailureIsWhatTheOptionSays) {
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, {Lamp("a", 30)}),
-                                         AnswerOf(kSecond, {}, Status::kUnverified, "forged")};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, {Lamp("a", 30)}),
+                                         AnswerOf(kSecondNode, {}, Status::kUnverified, "forged")};
   EXPECT_EQ(JudgeNodes(nodes).state, CheckState::kUnknown);
   EXPECT_EQ(JudgeNodes(nodes, {}, {}, "critical").state, CheckState::kCritical);
   EXPECT_EQ(JudgeNodes(nodes, {}, {}, "warning").state, CheckState::kWarning);
@@ -116,30 +114,30 @@ TEST(CheckJudgement, AFailureIsWhatTheOptionSays) {
 }
 
 TEST(CheckJudgement, UnreachableNodesAreJudgedByTheirRangeWhereThereIsOne) {
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, {Lamp("a", 30)}),
-                                         AnswerOf(kSecond, {}, Status::kNoAnswer, "timed out")};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, {Lamp("a", 30)}),
+                                         AnswerOf(kSecondNode, {}, Status::kNoAnswer, "timed out")};
   EXPECT_EQ(JudgeNodes(nodes, {"unreachable=0"}, {"unreachable=1"}).state, CheckState::kWarning);
   EXPECT_EQ(JudgeNodes(nodes, {}, {"unreachable=1"}).state, CheckState::kOk);
 }
 
 TEST(CheckJudgement, APartOfAnAnswerIsAFailure) {
   const std::vector<NodeAnswer> nodes = {
-      AnswerOf(kFirst, {Lamp("a", 30)}, Status::kPartial, "1 message of another key")};
+      AnswerOf(kFirstNode, {Lamp("a", 30)}, Status::kPartial, "1 message of another key")};
   EXPECT_EQ(JudgeNodes(nodes, {}, {"unreachable=0"}).state, CheckState::kUnknown);
 }
 
 TEST(CheckJudgement, RefusalsBesideAnswersAreWell) {
-  EXPECT_EQ(JudgeNodes({AnswerOf(kFirst, {Lamp("a", 30)}),
-                        AnswerOf(kSecond, {}, Status::kRefused, "all 2 devices refused")})
+  EXPECT_EQ(JudgeNodes({AnswerOf(kFirstNode, {Lamp("a", 30)}),
+                        AnswerOf(kSecondNode, {}, Status::kRefused, "all 2 devices refused")})
                 .state,
             CheckState::kOk);
-  EXPECT_EQ(JudgeNodes({AnswerOf(kSecond, {}, Status::kRefused, "all refused")}).state,
+  EXPECT_EQ(JudgeNodes({AnswerOf(kSecondNode, {}, Status::kRefused, "all refused")}).state,
             CheckState::kUnknown);
 }
 
 TEST(CheckJudgement, NoDeviceIsUnknownUnlessTheirNumberIsJudged) {
   const std::vector<NodeAnswer> nodes = {
-      AnswerOf(kFirst, {}, Status::kNothingMatched, "no device was concerned")};
+      AnswerOf(kFirstNode, {}, Status::kNothingMatched, "no device was concerned")};
   EXPECT_EQ(JudgeNodes(nodes).state, CheckState::kUnknown);
   EXPECT_EQ(JudgeNodes(nodes, {}, {"entities=1:"}).state, CheckState::kCritical);
   // The total of nothing is none.
@@ -147,7 +145,7 @@ TEST(CheckJudgement, NoDeviceIsUnknownUnlessTheirNumberIsJudged) {
 }
 
 TEST(CheckJudgement, PowerThatNobodyTellsCannotBeJudged) {
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, {Lamp("a", 30, std::nullopt)})};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, {Lamp("a", 30, std::nullopt)})};
   EXPECT_EQ(JudgeNodes(nodes, {}, {"20"}).state, CheckState::kUnknown);
   const Judgement judgement = JudgeNodes(nodes);
   EXPECT_EQ(judgement.state, CheckState::kOk);
@@ -156,14 +154,15 @@ TEST(CheckJudgement, PowerThatNobodyTellsCannotBeJudged) {
 
 TEST(CheckJudgement, WhatTheNetworkSaysNeitherBreaksLinesNorSeparatesData) {
   const Judgement judgement =
-      JudgeNodes({AnswerOf(kFirst, {Lamp("a|b\n\033[31m", 30)})}, {"largest=10"});
+      JudgeNodes({AnswerOf(kFirstNode, {Lamp("a|b\n\033[31m", 30)})}, {"largest=10"});
   EXPECT_NE(judgement.text.find("of a\\x7cb\\x0a\\x1b[31m, "), std::string::npos) << judgement.text;
   EXPECT_EQ(std::ranges::count(judgement.text, '|'), 1);
   EXPECT_EQ(std::ranges::count(judgement.text, '\n'), 3);
 }
 
 TEST(CheckJudgement, DetailsHaveAnEnd) {
-  const std::vector<NodeAnswer> nodes(100, AnswerOf(kFirst, {}, Status::kUnreachable, "refused"));
+  const std::vector<NodeAnswer> nodes(100,
+                                      AnswerOf(kFirstNode, {}, Status::kUnreachable, "refused"));
   const Judgement judgement = JudgeNodes(nodes);
   EXPECT_EQ(std::ranges::count(judgement.text, '\n'), 22);
   EXPECT_NE(judgement.text.find("\nand 80 more nodes\n"), std::string::npos);

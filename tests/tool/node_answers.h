@@ -2,6 +2,7 @@
 #ifndef VT_TESTS_TOOL_NODE_ANSWERS_H_
 #define VT_TESTS_TOOL_NODE_ANSWERS_H_
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,6 +18,9 @@ inline Target TargetAt(std::uint16_t port) {
   target.port = port;
   return target;
 }
+
+inline const Target kFirstNode = TargetAt(1);
+inline const Target kSecondNode = TargetAt(2);
 
 // AnswerOf is a node that answered, with rows and a status.
 inline NodeAnswer AnswerOf(const Target& target, std::vector<Row> rows, Status status = Status::kOk,

@@ -10,14 +10,11 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-const Target kFirst = TargetAt(1);
-const Target kSecond = TargetAt(2);
-
 // TakeRows is a round of one node that answered.
 void TakeRows(WatchModel& model, const std::vector<WatchedRow>& rows) {
   std::vector<Row> told;
   for (const WatchedRow& row : rows) told.push_back(row.Told());
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, told)};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, told)};
   model.Take(nodes);
 }
 
@@ -74,7 +71,7 @@ TEST(WatchModel, ANodeThatFailsKeepsItsRowsAsAbsent) {
   WatchModel model;
   TakeRows(model, {{.watts = 10}});
   const std::vector<NodeAnswer> failed = {
-      AnswerOf(kFirst, {}, Status::kUnreachable, "connection refused")};
+      AnswerOf(kFirstNode, {}, Status::kUnreachable, "connection refused")};
   model.Take(failed);
   EXPECT_EQ(model.failures(), Strings{"127.0.0.1:1: unreachable: connection refused"});
   EXPECT_EQ(OnlyRow(model).absent, 1u);
@@ -106,8 +103,8 @@ TEST(WatchModel, HistoriesHaveALength) {
 
 TEST(WatchModel, TheSameDeviceOfTwoNodesIsTwoRows) {
   WatchModel model;
-  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, {WatchedRow{}.Told()}),
-                                         AnswerOf(kSecond, {WatchedRow{}.Told()})};
+  const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, {WatchedRow{}.Told()}),
+                                         AnswerOf(kSecondNode, {WatchedRow{}.Told()})};
   model.Take(nodes);
   EXPECT_EQ(model.Rows({}, "").size(), 2u);
   EXPECT_EQ(model.node_count(), 2u);

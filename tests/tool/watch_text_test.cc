@@ -10,9 +10,6 @@
 namespace vt::tools {
 namespace {
 
-const Target kFirst = TargetAt(1);
-const Target kSecond = TargetAt(2);
-
 class WatchTextOf : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr); }
@@ -24,10 +21,10 @@ class WatchTextOf : public ::testing::Test {
 };
 
 TEST_F(WatchTextOf, ABlockHasSumsRowsAndAnEmptyLine) {
-  Take({AnswerOf(kFirst, {WatchedRow{.device = "a", .watts = 1200}.Told(),
-                          WatchedRow{.device = "b", .name = "", .watts = {}}.Told()})});
-  Take({AnswerOf(kFirst, {WatchedRow{.device = "a", .watts = 1000}.Told(),
-                          WatchedRow{.device = "b", .name = "", .watts = {}}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{.device = "a", .watts = 1200}.Told(),
+                              WatchedRow{.device = "b", .name = "", .watts = {}}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{.device = "a", .watts = 1000}.Told(),
+                              WatchedRow{.device = "b", .name = "", .watts = {}}.Told()})});
   EXPECT_EQ(WatchBlock(model_, {}),
             "round 2: consumers 1 kW (-200 W) of 2 entities; 1 node\n"
             "device  entity  name  level  usage  change\n"
@@ -37,8 +34,8 @@ TEST_F(WatchTextOf, ABlockHasSumsRowsAndAnEmptyLine) {
 }
 
 TEST_F(WatchTextOf, NodesAreNamedWhereThereAreSeveral) {
-  Take({AnswerOf(kFirst, {WatchedRow{}.Told()}),
-        AnswerOf(kSecond, {}, Status::kUnreachable, "connection refused")});
+  Take({AnswerOf(kFirstNode, {WatchedRow{}.Told()}),
+        AnswerOf(kSecondNode, {}, Status::kUnreachable, "connection refused")});
   EXPECT_EQ(WatchBlock(model_, {}),
             "round 1: consumers 10 W (0 W) of 1 entity; 2 nodes, 1 failed\n"
             "127.0.0.1:2: unreachable: connection refused\n"
@@ -48,15 +45,15 @@ TEST_F(WatchTextOf, NodesAreNamedWhereThereAreSeveral) {
 }
 
 TEST_F(WatchTextOf, WhatIsAbsentIsNotToldAsBeingUsed) {
-  Take({AnswerOf(kFirst, {WatchedRow{}.Told()})});
-  Take({AnswerOf(kFirst, {}, Status::kNoAnswer, "timed out")});
+  Take({AnswerOf(kFirstNode, {WatchedRow{}.Told()})});
+  Take({AnswerOf(kFirstNode, {}, Status::kNoAnswer, "timed out")});
   const std::string block = WatchBlock(model_, {});
   EXPECT_EQ(block.find("round 2: no entity answered; 1 absent; 1 node, 1 failed\n"), 0u) << block;
   EXPECT_NE(block.find("  absent  "), std::string::npos) << block;
 }
 
 TEST_F(WatchTextOf, NothingAtAllIsStillABlock) {
-  Take({AnswerOf(kFirst, {}, Status::kNothingMatched, "no device was concerned")});
+  Take({AnswerOf(kFirstNode, {}, Status::kNothingMatched, "no device was concerned")});
   EXPECT_EQ(WatchBlock(model_, {}),
             "round 1: no entity answered; 1 node, 1 failed\n"
             "127.0.0.1:1: nothing-matched: no device was concerned\n"
@@ -64,18 +61,18 @@ TEST_F(WatchTextOf, NothingAtAllIsStillABlock) {
 }
 
 TEST_F(WatchTextOf, TheNetworkCannotSteerATerminal) {
-  Take({AnswerOf(kFirst, {WatchedRow{.name = "a\033[2J\nb"}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{.name = "a\033[2J\nb"}.Told()})});
   EXPECT_NE(WatchBlock(model_, {}).find("  a\\x1b[2J\\x0ab  "), std::string::npos);
 }
 
 TEST_F(WatchTextOf, TheOrderIsMarked) {
-  Take({AnswerOf(kFirst, {WatchedRow{}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{}.Told()})});
   const WatchOrder order{WatchColumn::kUsage, true};
   EXPECT_NE(WatchBlock(model_, order).find("  usagev  "), std::string::npos);
 }
 
 TEST_F(WatchTextOf, LinesOfAScreenAreAsWideAsIt) {
-  Take({AnswerOf(kFirst, {WatchedRow{.device = std::string(32, 'd'), .name = "lämp"}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{.device = std::string(32, 'd'), .name = "lämp"}.Told()})});
   for (const std::size_t width : {1u, 10u, 50u, 200u}) {
     const WatchTableStyle style{.graph = Graph::kBars, .shorten = true, .width = width};
     for (const std::string& line : WatchTable(model_.Rows({}, ""), false, style, 0, 9)) {
@@ -85,8 +82,8 @@ TEST_F(WatchTextOf, LinesOfAScreenAreAsWideAsIt) {
 }
 
 TEST_F(WatchTextOf, BarsAreHeldAgainstTheGreatest) {
-  Take({AnswerOf(kFirst, {WatchedRow{.device = "a", .watts = 10}.Told(),
-                          WatchedRow{.device = "b", .watts = 20}.Told()})});
+  Take({AnswerOf(kFirstNode, {WatchedRow{.device = "a", .watts = 10}.Told(),
+                              WatchedRow{.device = "b", .watts = 20}.Told()})});
   const WatchTableStyle style{.charset = Charset::kAscii, .graph = Graph::kBars, .width = 54};
   const auto lines = WatchTable(model_.Rows({}, ""), false, style, 0, 9);
   EXPECT_TRUE(lines[1].ends_with("  #####     ")) << lines[1];
@@ -95,7 +92,7 @@ TEST_F(WatchTextOf, BarsAreHeldAgainstTheGreatest) {
 
 TEST_F(WatchTextOf, SparksShowTheRounds) {
   for (const std::int64_t watts : {0, 20, 10}) {
-    Take({AnswerOf(kFirst, {WatchedRow{.watts = watts}.Told()})});
+    Take({AnswerOf(kFirstNode, {WatchedRow{.watts = watts}.Told()})});
   }
   const WatchTableStyle style{.charset = Charset::kAscii, .graph = Graph::kSparks, .width = 60};
   EXPECT_TRUE(WatchTable(model_.Rows({}, ""), false, style, 0, 9)[1].ends_with("  _#="));
@@ -104,7 +101,7 @@ TEST_F(WatchTextOf, SparksShowTheRounds) {
 TEST_F(WatchTextOf, OnlySomeRowsAreMade) {
   std::vector<Row> rows;
   for (int i = 0; i < 5; ++i) rows.push_back(WatchedRow{.device = std::to_string(i)}.Told());
-  Take({AnswerOf(kFirst, rows)});
+  Take({AnswerOf(kFirstNode, rows)});
   const auto lines = WatchTable(model_.Rows({}, ""), false, {}, 3, 9);
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_EQ(lines[1].front(), '3');

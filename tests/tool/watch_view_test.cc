@@ -12,9 +12,6 @@ namespace {
 
 using Kind = KeyPress::Kind;
 
-const Target kFirst = TargetAt(1);
-const Target kSecond = TargetAt(2);
-
 class View : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr); }
@@ -28,7 +25,7 @@ class View : public ::testing::Test {
       rows.push_back(
           WatchedRow{.device = "d" + number, .name = "lamp-" + number, .watts = i}.Told());
     }
-    const std::vector<NodeAnswer> nodes = {AnswerOf(kFirst, rows)};
+    const std::vector<NodeAnswer> nodes = {AnswerOf(kFirstNode, rows)};
     model_.Take(nodes);
   }
 
@@ -89,8 +86,8 @@ TEST_F(View, HasSomethingToShowBeforeTheFirstRound) {
 
 TEST_F(View, NodesThatFailedStandOut) {
   const std::vector<NodeAnswer> nodes = {
-      AnswerOf(kFirst, {WatchedRow{}.Told()}),
-      AnswerOf(kSecond, {}, Status::kUnreachable, "connection refused")};
+      AnswerOf(kFirstNode, {WatchedRow{}.Told()}),
+      AnswerOf(kSecondNode, {}, Status::kUnreachable, "connection refused")};
   model_.Take(nodes);
   EXPECT_EQ(Lines()[2].text.find("2 nodes, 1 failed; 127.0.0.1:2: unreachable: connection refused"),
             0u);

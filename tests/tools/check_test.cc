@@ -16,8 +16,8 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// Lamps use 10 and 20 W.
-std::string Lamps(const std::string& fault = "") {
+// UnequalLamps use 10 and 20 W.
+std::string UnequalLamps(const std::string& fault = "") {
   const std::string lamps =
       NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2", .step = 2}});
   return fault.empty() ? lamps : lamps + "[[fault]]\n" + fault;
@@ -29,7 +29,7 @@ Outcome Check(const Node& node, Strings more = {}) {
 }
 
 TEST(VoltarisCheck, IsOneLineWithPerformanceDataAndDetails) {
-  const Node node(Lamps());
+  const Node node(UnequalLamps());
   const Outcome outcome = Check(node, {"-w", "40", "-c", "50"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
@@ -44,21 +44,21 @@ TEST(VoltarisCheck, IsOneLineWithPerformanceDataAndDetails) {
 }
 
 TEST(VoltarisCheck, OneForAWarning) {
-  const Node node(Lamps());
+  const Node node(UnequalLamps());
   const Outcome outcome = Check(node, {"-w", "20", "-c", "40"});
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.out.find("VOLTARIS WARNING - total 30 W (warning: 20) |"), 0u) << outcome.out;
 }
 
 TEST(VoltarisCheck, TwoForWhatIsCritical) {
-  const Node node(Lamps());
+  const Node node(UnequalLamps());
   const Outcome outcome = Check(node, {"-w", "25", "-c", "largest=15", "-c", "entities=2:"});
   EXPECT_EQ(outcome.exit_code, 2);
   EXPECT_EQ(outcome.out.find("VOLTARIS CRITICAL - "), 0u) << outcome.out;
 }
 
 TEST(VoltarisCheck, QualifiersChooseWhatIsAddedUp) {
-  const Node node(Lamps());
+  const Node node(UnequalLamps());
   const Outcome outcome = Check(node, {"--name", "lamp-2", "-c", "20:20"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.out.find("VOLTARIS OK - 20 W of 1 entity, "), 0u) << outcome.out;
@@ -72,7 +72,7 @@ TEST(VoltarisCheck, ProducersAreNotAddedToConsumers) {
 }
 
 TEST(VoltarisCheck, ThreeWhenANodeCannotBeReached) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   const Outcome outcome = Voltaris({"check", "-n", nobody});
   EXPECT_EQ(outcome.exit_code, 3);
   EXPECT_EQ(outcome.out.find("VOLTARIS UNKNOWN - 1 node of 1 unreachable | total=U;;;0; "), 0u)
@@ -83,8 +83,8 @@ TEST(VoltarisCheck, ThreeWhenANodeCannotBeReached) {
 }
 
 TEST(VoltarisCheck, AnUnreachableNodeIsWhatTheOptionsMakeOfIt) {
-  const Node node(Lamps());
-  const std::string both = node.address() + ",127.0.0.1:" + std::to_string(UnusedPort());
+  const Node node(UnequalLamps());
+  const std::string both = node.address() + "," + NobodysAddress();
   const auto check = [&](Strings more) {
     more.insert(more.begin(), {"check", "-d", "test", "-n", both});
     return Voltaris(more).exit_code;
@@ -104,7 +104,7 @@ TEST(VoltarisCheck, ThreeForWhatFaultyNodesSay) {
   for (const char* fault : {"kind = \"wrong-digest\"\n", "kind = \"malformed\"\n",
                             "kind = \"drop\"\n", "kind = \"wrong-digest\"\ndevices = \"lamp-1\"\n",
                             "kind = \"nak\"\n", "kind = \"silent\"\n"}) {
-    const Node node(Lamps(fault));
+    const Node node(UnequalLamps(fault));
     const Outcome outcome = Check(node);
     EXPECT_EQ(outcome.exit_code, 3) << fault << outcome.out;
     EXPECT_EQ(outcome.out.find("VOLTARIS UNKNOWN - "), 0u) << outcome.out;
@@ -112,13 +112,13 @@ TEST(VoltarisCheck, ThreeForWhatFaultyNodesSay) {
 }
 
 TEST(VoltarisCheck, ASilentNodeIsUnreachableWhenTheTimeIsOver) {
-  const Node node(Lamps("kind = \"delay\"\ndelay = 60000\n"));
+  const Node node(UnequalLamps("kind = \"delay\"\ndelay = 60000\n"));
   const Outcome outcome = Check(node, {"--timeout", "0.3", "-c", "unreachable=0"});
   EXPECT_EQ(outcome.exit_code, 2);
 }
 
 TEST(VoltarisCheck, NoDeviceIsUnknownOrWhatTheirNumberSays) {
-  const Node node(Lamps());
+  const Node node(UnequalLamps());
   EXPECT_EQ(Check(node, {"--name", "printer"}).exit_code, 3);
   EXPECT_EQ(Check(node, {"--name", "printer", "-c", "entities=1:"}).exit_code, 2);
   EXPECT_EQ(Check(node, {"-d", "elsewhere", "-w", "entities=1:"}).exit_code, 1);

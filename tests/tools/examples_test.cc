@@ -42,7 +42,7 @@ Strings Lines(const std::string& text) {
   return lines;
 }
 
-std::string Joined(const Strings& lines) {
+std::string TextOf(const Strings& lines) {
   std::string text;
   for (const std::string& line : lines) text.append(line).append("\n");
   return text;
@@ -69,7 +69,7 @@ TEST_F(Examples, EpollFleetTellsTheDevicesOfEachRole) {
   EXPECT_EQ(outcome.err, "");
   Strings lines = Lines(outcome.out);
   std::ranges::sort(lines);  // they end in any order
-  EXPECT_EQ(Joined(lines),
+  EXPECT_EQ(TextOf(lines),
             "lamp: 4 rows, complete\nno-such-role: 0 rows, complete\nphone: 3 rows, complete\n"
             "switch: 3 rows, complete\n");
 }

@@ -15,12 +15,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string Lamps(const std::string& fault = "") {
-  const std::string lamps =
-      NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}});
-  return fault.empty() ? lamps : lamps + "[[fault]]\n" + fault;
-}
-
 Outcome Ping(const Node& node, Strings more = {}) {
   more.insert(more.begin(), "ping");
   return node.Ask(more);
@@ -35,7 +29,7 @@ nlohmann::json Document(const Outcome& outcome) {
 }
 
 TEST(VoltarisPing, TellsTheTimeOfEachPhase) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = Ping(node);
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
@@ -49,7 +43,7 @@ TEST(VoltarisPing, TellsTheTimeOfEachPhase) {
 }
 
 TEST(VoltarisPing, CountsRoundTrips) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = Ping(node, {"-c", "3", "-i", "0.001"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(std::ranges::count(outcome.out, '\n'), 4);
@@ -58,7 +52,7 @@ TEST(VoltarisPing, CountsRoundTrips) {
 }
 
 TEST(VoltarisPing, IsADocumentForPrograms) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const nlohmann::json document = Document(Ping(node, {"-o", "json", "-c", "2", "-i", "0.001"}));
   const nlohmann::json& told = document["nodes"][0];
   EXPECT_EQ(document["exit_code"], 0);
@@ -74,12 +68,12 @@ TEST(VoltarisPing, IsADocumentForPrograms) {
 }
 
 TEST(VoltarisPing, TakesTheFormatAlsoInFrontOfTheCommand) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   EXPECT_EQ(Document(node.Ask({"-o", "json", "ping"}))["type"], "ping");
 }
 
 TEST(VoltarisPing, TellsHowLongANameTook) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = Voltaris(
       {"ping", "-d", "test", "-o", "json", "-n", "localhost:" + std::to_string(node.port())});
   EXPECT_EQ(outcome.exit_code, 0);
@@ -87,12 +81,12 @@ TEST(VoltarisPing, TellsHowLongANameTook) {
 }
 
 TEST(VoltarisPing, ARefusalIsAnAnswerToo) {
-  const Node node(Lamps("kind = \"nak\"\n"));
+  const Node node(TwoLamps(FaultToml("nak")));
   EXPECT_EQ(Ping(node).exit_code, 0);
 }
 
 TEST(VoltarisPing, ThreeWhenNobodyListens) {
-  const Outcome outcome = Voltaris({"ping", "-n", "127.0.0.1:" + std::to_string(UnusedPort())});
+  const Outcome outcome = Voltaris({"ping", "-n", NobodysAddress()});
   EXPECT_EQ(outcome.exit_code, 3);
   EXPECT_NE(outcome.out.find(": 1: unreachable: connection refused\n"), std::string::npos)
       << outcome.out;
@@ -101,7 +95,7 @@ TEST(VoltarisPing, ThreeWhenNobodyListens) {
 }
 
 TEST(VoltarisPing, FourWhenNothingComes) {
-  const Node node(Lamps("kind = \"delay\"\ndelay = 60000\n"));
+  const Node node(TwoLamps(FaultToml("delay", "delay = 60000")));
   const Outcome outcome = Ping(node, {"--timeout", "0.3"});
   EXPECT_EQ(outcome.exit_code, 4);
   EXPECT_NE(outcome.out.find(": 1: no-answer: "), std::string::npos) << outcome.out;
@@ -110,7 +104,7 @@ TEST(VoltarisPing, FourWhenNothingComes) {
 }
 
 TEST(VoltarisPing, FourWhenAnAnswerDrips) {
-  const Node node(Lamps("kind = \"drip\"\nbytes = 1\npause = 1000\n"));
+  const Node node(TwoLamps(FaultToml("drip", "bytes = 1\npause = 1000")));
   const nlohmann::json document = Document(Ping(node, {"--timeout", "0.3", "-o", "json"}));
   EXPECT_EQ(document["exit_code"], 4);
   EXPECT_TRUE(document["nodes"][0]["pings"][0]["first_byte_ms"].is_number());
@@ -118,19 +112,19 @@ TEST(VoltarisPing, FourWhenAnAnswerDrips) {
 }
 
 TEST(VoltarisPing, FiveWhenTheAnswerIsOfAnotherKey) {
-  const Node node(Lamps("kind = \"wrong-digest\"\n"));
+  const Node node(TwoLamps(FaultToml("wrong-digest")));
   const Outcome outcome = Ping(node);
   EXPECT_EQ(outcome.exit_code, 5);
   EXPECT_NE(outcome.out.find(": 1: unverified: "), std::string::npos) << outcome.out;
 }
 
 TEST(VoltarisPing, SixWhenTheAnswerCannotBeDecoded) {
-  const Node node(Lamps("kind = \"malformed\"\n"));
+  const Node node(TwoLamps(FaultToml("malformed")));
   EXPECT_EQ(Ping(node).exit_code, 6);
 }
 
 TEST(VoltarisPing, EightWhenNoDeviceHasAnythingToSay) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = Ping(node, {"-d", "elsewhere"});
   EXPECT_EQ(outcome.exit_code, 8);
   EXPECT_NE(outcome.err.find("hint: no device is in the --domain"), std::string::npos)
@@ -138,8 +132,8 @@ TEST(VoltarisPing, EightWhenNoDeviceHasAnythingToSay) {
 }
 
 TEST(VoltarisPing, OneWhenSomeOfTheNodesAnswer) {
-  const Node node(Lamps());
-  const std::string both = node.address() + ",127.0.0.1:" + std::to_string(UnusedPort());
+  const Node node(TwoLamps());
+  const std::string both = node.address() + "," + NobodysAddress();
   const Outcome outcome = Voltaris({"ping", "-d", "test", "-n", both, "-o", "json"});
   EXPECT_EQ(outcome.exit_code, 1);
   const nlohmann::json document = Document(outcome);
@@ -164,13 +158,13 @@ TEST(VoltarisPing, TwoForWrongUsage) {
 }
 
 TEST(VoltarisPing, AFormatThatIsSetForAllCommandsDoesNotSpoilIt) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   EXPECT_EQ(node.Ask({"ping"}, {{"VOLTARIS_OUTPUT", "csv"}}).exit_code, 0);
   EXPECT_EQ(Document(node.Ask({"ping"}, {{"VOLTARIS_OUTPUT", "json"}}))["type"], "ping");
 }
 
 TEST(VoltarisPing, ASignalEndsItWithWhatThereIs) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   Program program("voltaris",
                   {"ping", "-c", "0", "-i", "3600", "-d", "test", "-n", node.address()});
   EXPECT_NE(program.ReadLine().find(": 1: "), std::string::npos);
@@ -183,7 +177,7 @@ TEST(VoltarisPing, ASignalEndsItWithWhatThereIs) {
 TEST(VoltarisPing, NoKeyIsTold) {
   const TempFolder folder;
   const std::string path = folder.Write("key", kKeyHex);
-  const Node node(Lamps(), {"--key-file", path});
+  const Node node(TwoLamps(), {"--key-file", path});
   const Outcome outcome = Ping(node, {"--key-file", path, "-vvv"});
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
   EXPECT_EQ((outcome.out + outcome.err).find(kKeyHex), std::string::npos);

@@ -16,6 +16,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace vt::testing {
@@ -308,6 +309,23 @@ Outcome Node::Stop() {
   return program_.Finish();
 }
 
+std::string AddressList(const std::vector<std::string>& addresses) {
+  std::string list;
+  for (const std::string& address : addresses) list += (list.empty() ? "" : ",") + address;
+  return list;
+}
+
+std::string NobodysAddress() { return "127.0.0.1:" + std::to_string(UnusedPort()); }
+
+std::string ProcFile(pid_t pid, const std::string& name) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/" + name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool Holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 std::string DeviceId(int number) {
   std::string digits = std::to_string(number);
   return "device" + std::string(26 - digits.size(), '0') + digits;
@@ -340,6 +358,18 @@ std::string NodeToml(const std::vector<DeviceToml>& devices) {
                      "\"\ndomain = \"test\"\nname = \"test-node\"\nrole = \"node\"\n\n";
   for (const DeviceToml& device : devices) text += device.Text();
   return text;
+}
+
+std::string FaultToml(const std::string& kind, const std::string& more) {
+  return "[[fault]]\nkind = \"" + kind + "\"\n" + more + "\n";
+}
+
+std::string OneLamp(int number) {
+  return NodeToml({{.number = number, .name = "lamp-" + std::to_string(number)}});
+}
+
+std::string TwoLamps(const std::string& faults) {
+  return NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}}) + faults;
 }
 
 std::string HostileRecording() {

@@ -147,6 +147,16 @@ class Node {
   std::uint16_t port_ = 0;
 };
 
+// AddressList is addresses as -n takes them. At NobodysAddress connections are refused.
+std::string AddressList(const std::vector<std::string>& addresses);
+std::string NobodysAddress();
+
+// ProcFile is what the system tells of a process in a file of /proc, as others see it.
+std::string ProcFile(pid_t pid, const std::string& name);
+
+// Holds tells whether a text has that part.
+bool Holds(const std::string& text, const std::string& part);
+
 // DeviceId is a readable identity of 32 characters.
 std::string DeviceId(int number);
 
@@ -172,6 +182,14 @@ DeviceToml CompleteDevice();
 
 // NodeToml is the [node] table, with the devices behind it.
 std::string NodeToml(const std::vector<DeviceToml>& devices);
+
+// FaultToml is a [[fault]] table of that kind.
+std::string FaultToml(const std::string& kind, const std::string& more = "");
+
+// OneLamp configures a node with a lamp of that number alone, TwoLamps one with lamp-1 and lamp-2.
+// They use 10 W each.
+std::string OneLamp(int number);
+std::string TwoLamps(const std::string& faults = "");
 
 // HostileRecording is one of a device in the domain "test" whose name steers terminals and breaks
 // lines: ESC ]0;owned BEL LF |.

@@ -159,8 +159,9 @@ TEST(Record, NobodyListeningIsNoConnection) {
   EXPECT_EQ(Voltaris({"record", "-n", address}).exit_code, 3);
 }
 
-// Reply is a signed result with these values of entity 1 of a device whose identity is no text.
-Bytes Reply(const Bytes& query, const std::vector<std::pair<std::uint32_t, Bytes>>& values) {
+// HostileReply is a signed result with these values of entity 1 of a device whose identity is no
+// text.
+Bytes HostileReply(const Bytes& query, const std::vector<std::pair<std::uint32_t, Bytes>>& values) {
   PduImage image;
   image.shipment = 1;
   image.cls = query[73];
@@ -183,11 +184,12 @@ constexpr std::uint32_t kAcknowledgement = 42;
 TEST(Record, HostileTextIsEscapedAndComesBackExactly) {
   ScriptedPeer peer([](PeerConnection& connection) {
     const Bytes query = connection.ReadPdu();
-    connection.Send(Reply(query, {{kRole, Counted(Text("\x1b]0;owned\x07\r\n\"end\"\nend\n"))},
-                                  {kName, Counted(Hex("6c ff c2 9b e2 80 ae 5c 22"))},
-                                  {kKeywords, Counted(Text("a\nb") + Hex("00 00 fe 00"))},
-                                  {kNeighbor, Identity32("\x01\x02") + Counted(Text("\t")) +
-                                                  Counted(Hex("00 ff")) + U32(0xFFFFFFFF)}}));
+    connection.Send(
+        HostileReply(query, {{kRole, Counted(Text("\x1b]0;owned\x07\r\n\"end\"\nend\n"))},
+                             {kName, Counted(Hex("6c ff c2 9b e2 80 ae 5c 22"))},
+                             {kKeywords, Counted(Text("a\nb") + Hex("00 00 fe 00"))},
+                             {kNeighbor, Identity32("\x01\x02") + Counted(Text("\t")) +
+                                             Counted(Hex("00 ff")) + U32(0xFFFFFFFF)}}));
   });
   const TempFolder folder;
   const std::string key = folder.Write("key", kKeyHex);
@@ -216,7 +218,7 @@ TEST(Record, HostileTextIsEscapedAndComesBackExactly) {
 
 TEST(Record, ARefusalThatNamesAnEntityIsNotRecorded) {
   ScriptedPeer peer([](PeerConnection& connection) {
-    Bytes refusal = Reply(connection.ReadPdu(), {{kAcknowledgement, {}}});
+    Bytes refusal = HostileReply(connection.ReadPdu(), {{kAcknowledgement, {}}});
     refusal[69] = 0xFE;  // will not answer
     connection.Send(Sign(refusal, KeyBytes()));
   });

@@ -55,14 +55,10 @@ void ExpectNothingTold(const std::string& text, const std::string& who) {
   EXPECT_FALSE(HoldsPartOf(kPassphrase, text, 6)) << who << " tells the passphrase:\n" << text;
 }
 
-std::string Joined(const Strings& words) {
+std::string CommandLine(const Strings& words) {
   std::string line;
   for (const std::string& word : words) line += word + ' ';
   return line;
-}
-
-std::string TwoLamps() {
-  return NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}});
 }
 
 class Secrets : public ::testing::Test {
@@ -71,7 +67,7 @@ class Secrets : public ::testing::Test {
   Outcome Trace(const Node* node, Strings arguments) const {
     arguments.emplace_back("-vvv");
     const Outcome outcome = node != nullptr ? node->Ask(arguments) : Voltaris(arguments);
-    ExpectNothingTold(outcome.out + outcome.err, Joined(arguments));
+    ExpectNothingTold(outcome.out + outcome.err, CommandLine(arguments));
     return outcome;
   }
 
@@ -96,8 +92,8 @@ TEST_F(Secrets, AreInNoLineOfACommandThatAsksANode) {
         Strings{"watch", "--count", "1"}, Strings{"record", "--output", recording}}) {
     arguments.insert(arguments.end(), {"--key-file", key_});
     const Outcome outcome = Trace(&node, arguments);
-    EXPECT_EQ(outcome.exit_code, 0) << Joined(arguments) << outcome.err;
-    EXPECT_NE(outcome.err.find("[trace]"), std::string::npos) << Joined(arguments);
+    EXPECT_EQ(outcome.exit_code, 0) << CommandLine(arguments) << outcome.err;
+    EXPECT_NE(outcome.err.find("[trace]"), std::string::npos) << CommandLine(arguments);
   }
   ExpectNothingTold(folder_.Read("made.recording"), "the recording");
   ExpectNothingTold(node.Stop().err, "the node");
@@ -126,7 +122,7 @@ TEST_F(Secrets, AreInNoLineOfACommandThatAsksNoNode) {
            Strings{"nodes", "--key-file", key_, "-o", "json"},
        }) {
     const Outcome outcome = Voltaris(arguments);
-    ExpectNothingTold(outcome.out + outcome.err, Joined(arguments));
+    ExpectNothingTold(outcome.out + outcome.err, CommandLine(arguments));
   }
   const Outcome checked = Voltaris({"-vvv", "key", "check", derived});
   EXPECT_EQ(checked.exit_code, 0) << checked.err;
@@ -147,9 +143,9 @@ TEST_F(Secrets, AreInNoErrorOfAFileThatCannotBeUsed) {
          {Strings{"collect", "--key-file", file}, Strings{"key", "check", file},
           Strings{"config", "check", "--key-file", file},
           Strings{"decode", "--hex", "00", "--key-file", file}}) {
-      EXPECT_EQ(Voltaris(arguments).exit_code, 2) << Joined(arguments);
+      EXPECT_EQ(Voltaris(arguments).exit_code, 2) << CommandLine(arguments);
       const Outcome outcome = Voltaris(arguments);
-      ExpectNothingTold(outcome.out + outcome.err, Joined(arguments));
+      ExpectNothingTold(outcome.out + outcome.err, CommandLine(arguments));
     }
   }
   const Outcome derived =
@@ -157,14 +153,6 @@ TEST_F(Secrets, AreInNoErrorOfAFileThatCannotBeUsed) {
                 "0123456789abcdef0123456789abcdef", folder_.path("no.key")});
   EXPECT_EQ(derived.exit_code, 2);
   ExpectNothingTold(derived.out + derived.err, "key derive");
-}
-
-// A process while it runs, as other users of the machine see it.
-std::string ProcFile(pid_t pid, const std::string& name) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/" + name, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 // CoreLimit is the first number of the line that tells how large a core file may be.

@@ -20,12 +20,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string Lamps() {
-  return NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}});
-}
-
-std::string LampsWith(const std::string& fault) { return Lamps() + "[[fault]]\n" + fault; }
-
 // Status is the word for the only node of a JSON answer.
 std::string Status(const Outcome& outcome) {
   return outcome.answer()["nodes"][0]["status"].get<std::string>();
@@ -38,13 +32,9 @@ Outcome CollectFrom(const Node& node, Strings more = {}) {
 
 // CollectFromAll asks several addresses at once.
 Outcome CollectFromAll(const Strings& addresses, Strings more = {}) {
-  std::string list;
-  for (const std::string& address : addresses) list += (list.empty() ? "" : ",") + address;
-  more.insert(more.begin(), {"collect", "-o", "json", "-d", "test", "-n", list});
+  more.insert(more.begin(), {"collect", "-o", "json", "-d", "test", "-n", AddressList(addresses)});
   return Voltaris(more);
 }
-
-std::string NobodysAddress() { return "127.0.0.1:" + std::to_string(UnusedPort()); }
 
 // DeafListener is a port on which connections are made, but nobody accepts them or reads.
 class DeafListener {
@@ -72,7 +62,7 @@ class DeafListener {
 };
 
 TEST(VoltarisExitCode, ZeroWhenAllArrivedAndWasVerified) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
@@ -80,7 +70,7 @@ TEST(VoltarisExitCode, ZeroWhenAllArrivedAndWasVerified) {
 }
 
 TEST(VoltarisExitCode, OneWhenAPartIsForged) {
-  const Node node(LampsWith("kind = \"wrong-digest\"\ndevices = \"lamp-2\"\n"));
+  const Node node(TwoLamps(FaultToml("wrong-digest", "devices = \"lamp-2\"")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(Status(outcome), "partial");
@@ -114,7 +104,7 @@ TEST(VoltarisExitCode, FourWhenANodeTakesTheQueryAndSaysNothing) {
 }
 
 TEST(VoltarisExitCode, FiveWhenAllAnswersAreOfAnotherKey) {
-  const Node node(LampsWith("kind = \"wrong-digest\"\n"));
+  const Node node(TwoLamps(FaultToml("wrong-digest")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 5);
   EXPECT_EQ(Status(outcome), "unverified");
@@ -122,14 +112,14 @@ TEST(VoltarisExitCode, FiveWhenAllAnswersAreOfAnotherKey) {
 }
 
 TEST(VoltarisExitCode, SixWhenNothingCanBeDecoded) {
-  const Node node(LampsWith("kind = \"malformed\"\n"));
+  const Node node(TwoLamps(FaultToml("malformed")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 6);
   EXPECT_EQ(Status(outcome), "protocol-error");
 }
 
 TEST(VoltarisExitCode, SevenWhenAllRefuse) {
-  const Node node(LampsWith("kind = \"nak\"\n"));
+  const Node node(TwoLamps(FaultToml("nak")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 7);
   EXPECT_EQ(Status(outcome), "refused");
@@ -138,7 +128,7 @@ TEST(VoltarisExitCode, SevenWhenAllRefuse) {
 }
 
 TEST(VoltarisExitCode, EightWhenNoDeviceIsConcerned) {
-  const Node node(LampsWith("kind = \"silent\"\n"));
+  const Node node(TwoLamps(FaultToml("silent")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 8);
   EXPECT_EQ(Status(outcome), "nothing-matched");
@@ -147,7 +137,7 @@ TEST(VoltarisExitCode, EightWhenNoDeviceIsConcerned) {
 }
 
 TEST(VoltarisExitCode, NineWhenTheOutputCannotBeWritten) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome = node.Ask({"record", "-o", "/nonexistent/folder/file"});
   EXPECT_EQ(outcome.exit_code, 9);
 }
@@ -204,7 +194,7 @@ Outcome WithShell(const std::string& line, Strings more = {}) {
 }
 
 TEST(VoltarisOtherWaysTo, NineWhenThereIsNoStandardOutput) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const Outcome outcome =
       WithShell("exec \"$0\" collect -d test -n \"$1\" -o json >&-", {node.address()});
   EXPECT_EQ(outcome.exit_code, 9);
@@ -216,7 +206,7 @@ TEST(VoltarisOtherWaysTo, NineWhenThereIsNoStandardOutput) {
 }
 
 TEST(VoltarisOtherWaysTo, ZeroWhenASignalComesThatWasIgnoredFromTheStart) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const std::string line = "trap '' INT; exec \"$0\" ping -c 2 -i 0.2 -d test -n \"$1\"";
   Program program("/usr/bin/env",
                   {"sh", "-c", line, std::string(VT_PROGRAM_DIR) + "/voltaris", node.address()});
@@ -235,7 +225,7 @@ TEST(VoltarisOtherWaysTo, NineWhenHelpCannotBeWritten) {
 }
 
 TEST(VoltarisOtherWaysTo, ThreeWhenACheckCannotBeTold) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   EXPECT_EQ(WithShell("exec \"$0\" check -d test -n \"$1\" >/dev/full", {node.address()}).exit_code,
             3);
   EXPECT_EQ(WithShell("exec \"$0\" check --no-such-option >/dev/full").exit_code, 3);
@@ -251,7 +241,7 @@ TEST(VoltarisOtherWaysTo, TwoWithALineForEachFaultOfAFile) {
 }
 
 TEST(VoltarisOtherWaysTo, OneWhenTheAnswerBreaksOff) {
-  const Node node(LampsWith("kind = \"drop\"\n"));
+  const Node node(TwoLamps(FaultToml("drop")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(Status(outcome), "partial");
@@ -267,14 +257,14 @@ TEST(VoltarisOtherWaysTo, TwoForAQueryThatDoesNotFit) {
 }
 
 TEST(VoltarisOtherWaysTo, FourWhenAnAnswerIsLate) {
-  const Node node(LampsWith("kind = \"delay\"\ndelay = 60000\n"));
+  const Node node(TwoLamps(FaultToml("delay", "delay = 60000")));
   const Outcome outcome = CollectFrom(node, {"--timeout", "0.3"});
   EXPECT_EQ(outcome.exit_code, 4);
   EXPECT_EQ(Status(outcome), "no-answer");
 }
 
 TEST(VoltarisOtherWaysTo, FourWhenAnAnswerDrips) {
-  const Node node(LampsWith("kind = \"drip\"\nbytes = 1\npause = 1000\n"));
+  const Node node(TwoLamps(FaultToml("drip", "bytes = 1\npause = 1000")));
   const Outcome outcome = CollectFrom(node, {"--timeout", "0.3"});
   EXPECT_EQ(outcome.exit_code, 4);
   EXPECT_EQ(outcome.answer()["nodes"][0]["messages"], 0);
@@ -289,7 +279,7 @@ TEST(VoltarisOtherWaysTo, FourWhenAConnectionIsHalfOpen) {
 }
 
 TEST(VoltarisOtherWaysTo, SixWhenTheConnectionIsReset) {
-  const Node node(LampsWith("kind = \"close-early\"\nmessages = 0\nreset = true\n"));
+  const Node node(TwoLamps(FaultToml("close-early", "messages = 0\nreset = true")));
   const Outcome outcome = CollectFrom(node);
   EXPECT_EQ(outcome.exit_code, 6);
   EXPECT_NE(outcome.err.find("Connection reset"), std::string::npos) << outcome.err;
@@ -308,19 +298,19 @@ TEST(VoltarisOtherWaysTo, EightWhenDevicesThatAreTooImportantSayNothing) {
 }
 
 TEST(VoltarisOtherWaysTo, EightWhenNoQualifierIsMetAndNobodySaysSo) {
-  const Node node(LampsWith("kind = \"silent\"\n"));
+  const Node node(TwoLamps(FaultToml("silent")));
   EXPECT_EQ(CollectFrom(node, {"--role", "heater"}).exit_code, 8);
   EXPECT_EQ(node.Ask({"sum", "--role", "heater"}).exit_code, 8);
 }
 
 TEST(VoltarisExitCodeOfSeveral, ZeroWhenAllAnswered) {
-  const Node first(Lamps());
-  const Node second(Lamps());
+  const Node first(TwoLamps());
+  const Node second(TwoLamps());
   EXPECT_EQ(CollectFromAll({first.address(), second.address()}).exit_code, 0);
 }
 
 TEST(VoltarisExitCodeOfSeveral, ZeroWhenOneHasNoSuchDeviceAndSaysSo) {
-  const Node lamps(Lamps());
+  const Node lamps(TwoLamps());
   const Node heater(NodeToml({{.number = 3, .name = "heater", .role = "heater"}}));
   const Outcome outcome = CollectFromAll({lamps.address(), heater.address()}, {"--role", "lamp"});
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
@@ -328,7 +318,7 @@ TEST(VoltarisExitCodeOfSeveral, ZeroWhenOneHasNoSuchDeviceAndSaysSo) {
 }
 
 TEST(VoltarisExitCodeOfSeveral, OneWhenSomeAnsweredAndSomeDidNot) {
-  const Node node(Lamps());
+  const Node node(TwoLamps());
   const std::string nobody = NobodysAddress();
   const Outcome outcome = CollectFromAll({nobody, node.address()});
   EXPECT_EQ(outcome.exit_code, 1);
@@ -340,8 +330,8 @@ TEST(VoltarisExitCodeOfSeveral, OneWhenSomeAnsweredAndSomeDidNot) {
 }
 
 TEST(VoltarisExitCodeOfSeveral, TheOneThatTellsMostWhenNobodyAnswered) {
-  const Node forged(LampsWith("kind = \"wrong-digest\"\n"));
-  const Node refusing(LampsWith("kind = \"nak\"\n"));
+  const Node forged(TwoLamps(FaultToml("wrong-digest")));
+  const Node refusing(TwoLamps(FaultToml("nak")));
   EXPECT_EQ(CollectFromAll({NobodysAddress(), NobodysAddress()}).exit_code, 3);
   EXPECT_EQ(CollectFromAll({NobodysAddress(), refusing.address()}).exit_code, 7);
   EXPECT_EQ(CollectFromAll({refusing.address(), forged.address(), NobodysAddress()}).exit_code, 5);

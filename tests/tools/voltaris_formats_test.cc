@@ -17,16 +17,12 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string House() {
+std::string LampsAndHeater() {
   return NodeToml({
       {.number = 1, .name = "lamp-1", .keywords = "\"light\", \"floor1\"", .units = -1, .step = 6},
       {.number = 2, .name = "lamp-2", .level = 4, .step = 2},
       {.number = 4, .name = "heater", .role = "heater", .units = 3, .more = "usage = 7"},
   });
-}
-
-bool Has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
 }
 
 class VoltarisFormats : public ::testing::Test {
@@ -37,7 +33,7 @@ class VoltarisFormats : public ::testing::Test {
     return outcome;
   }
 
-  Node node_{House()};
+  Node node_{LampsAndHeater()};
 };
 
 TEST_F(VoltarisFormats, ATableHasTheColumnsThatWereAskedForInTheirOrder) {
@@ -69,8 +65,8 @@ TEST_F(VoltarisFormats, IdentitiesAreShortenedOnRequestAlone) {
 }
 
 TEST_F(VoltarisFormats, ColoursAreOnRequestAlsoWithoutATerminal) {
-  EXPECT_TRUE(Has(Ask({"collect", "--color", "always"}).out, "\033[1m"));
-  EXPECT_FALSE(Has(Ask({"collect", "--color", "never"}).out, "\033["));
+  EXPECT_TRUE(Holds(Ask({"collect", "--color", "always"}).out, "\033[1m"));
+  EXPECT_FALSE(Holds(Ask({"collect", "--color", "never"}).out, "\033["));
 }
 
 TEST_F(VoltarisFormats, ATableIsTheSameInEveryLocale) {
@@ -94,7 +90,7 @@ TEST_F(VoltarisFormats, CsvOfAVectorHasItsNumbersInOneField) {
 }
 
 TEST_F(VoltarisFormats, CsvNamesNodesWithoutRows) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   const Outcome outcome = Voltaris({"collect", "name", "-d", "test", "-o", "csv", "--name",
                                     "heater", "-n", nobody + "," + node_.address()});
   EXPECT_EQ(outcome.exit_code, 1);
@@ -168,32 +164,32 @@ TEST_F(VoltarisFormats, PrometheusTextHasWattsRawNumberAndUnits) {
   const std::string text = Ask({"collect", "name", "usage", "level", "-o", "prom"}).out;
   const std::string lamp =
       "{node=\"" + node_.address() + "\",device=\"" + DeviceId(1) + "\",entity=\"1\"";
-  EXPECT_TRUE(Has(text, "# TYPE voltaris_entity_usage_watts gauge\n")) << text;
-  EXPECT_TRUE(Has(text, "# HELP voltaris_entity_usage_watts ")) << text;
-  EXPECT_TRUE(Has(text, "\nvoltaris_entity_usage_watts" + lamp + "} 6\n")) << text;
-  EXPECT_TRUE(Has(text, "\nvoltaris_entity_usage_raw" + lamp + "} 60\n")) << text;
-  EXPECT_TRUE(Has(text, "\nvoltaris_entity_usage_units" + lamp + "} -1\n")) << text;
-  EXPECT_TRUE(Has(text, "\nvoltaris_entity_level" + lamp + "} 10\n")) << text;
-  EXPECT_TRUE(Has(text, "\nvoltaris_entity_info" + lamp + ",name=\"lamp-1\"} 1\n")) << text;
+  EXPECT_TRUE(Holds(text, "# TYPE voltaris_entity_usage_watts gauge\n")) << text;
+  EXPECT_TRUE(Holds(text, "# HELP voltaris_entity_usage_watts ")) << text;
+  EXPECT_TRUE(Holds(text, "\nvoltaris_entity_usage_watts" + lamp + "} 6\n")) << text;
+  EXPECT_TRUE(Holds(text, "\nvoltaris_entity_usage_raw" + lamp + "} 60\n")) << text;
+  EXPECT_TRUE(Holds(text, "\nvoltaris_entity_usage_units" + lamp + "} -1\n")) << text;
+  EXPECT_TRUE(Holds(text, "\nvoltaris_entity_level" + lamp + "} 10\n")) << text;
+  EXPECT_TRUE(Holds(text, "\nvoltaris_entity_info" + lamp + ",name=\"lamp-1\"} 1\n")) << text;
   EXPECT_TRUE(
-      Has(text, "\nvoltaris_collection_up{node=\"" + node_.address() + "\",domain=\"test\"} 1\n"))
+      Holds(text, "\nvoltaris_collection_up{node=\"" + node_.address() + "\",domain=\"test\"} 1\n"))
       << text;
 }
 
 TEST_F(VoltarisFormats, PrometheusTextTellsOfNodesThatDidNotAnswer) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   const Outcome outcome = Voltaris({"collect", "-d", "test", "-o", "prom", "-n", nobody});
   EXPECT_EQ(outcome.exit_code, 3);
   const std::string labels = "{node=\"" + nobody + "\",domain=\"test\"";
-  EXPECT_TRUE(Has(outcome.out, "voltaris_collection_up" + labels + "} 0\n")) << outcome.out;
+  EXPECT_TRUE(Holds(outcome.out, "voltaris_collection_up" + labels + "} 0\n")) << outcome.out;
   EXPECT_TRUE(
-      Has(outcome.out, "voltaris_collection_status" + labels + ",status=\"unreachable\"} 1\n"))
+      Holds(outcome.out, "voltaris_collection_status" + labels + ",status=\"unreachable\"} 1\n"))
       << outcome.out;
-  EXPECT_FALSE(Has(outcome.out, "voltaris_entity")) << outcome.out;
+  EXPECT_FALSE(Holds(outcome.out, "voltaris_entity")) << outcome.out;
 }
 
 TEST_F(VoltarisFormats, StandardErrorCanBeJsonALine) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   const Outcome outcome = Voltaris({"collect", "-n", nobody, "--log-format", "json"});
   const std::vector<nlohmann::json> lines = LogLines(outcome.err);
   ASSERT_FALSE(lines.empty());
@@ -281,15 +277,15 @@ std::string LabelledAlike(const Node& node) {
 TEST(VoltarisHostileText, LabelsOfNodesKeepNamesOfTheirOwn) {
   const Node node(NodeToml({{}}));
   const std::string text = LabelledAlike(node);
-  EXPECT_TRUE(Has(text, "label_a_b=\"1\",label_a_b_=\"2\"") ||
-              Has(text, "label_a_b=\"2\",label_a_b_=\"1\""))
+  EXPECT_TRUE(Holds(text, "label_a_b=\"1\",label_a_b_=\"2\"") ||
+              Holds(text, "label_a_b=\"2\",label_a_b_=\"1\""))
       << text;
 }
 
 // PrometheusTexts are of everything that can be told: of devices, of those whose names are hostile,
 // and of nodes that did not answer.
 std::vector<std::string> PrometheusTexts(const Node& node) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   return {
       Voltaris({"collect", "-d", "test", "-o", "prom", "-n", node.address() + "," + nobody, "-a",
                 "role,domain,name,keywords,error,units,usage,level,importance,entity-type", "-a",
@@ -326,7 +322,7 @@ TEST(VoltarisHostileText, IsEscapedInEveryFormat) {
   const Bytes name = Cat({Text("a\x1b[2J\"\\\r\n"), Hex("c2 9b e2 80 ae ff 7f")});
   for (const std::string format : {"table", "json", "ndjson", "csv", "prom"}) {
     const Outcome outcome = CollectFromDeviceNamed(name, format);
-    EXPECT_TRUE(Has(outcome.out, "[2J")) << outcome.out;
+    EXPECT_TRUE(Holds(outcome.out, "[2J")) << outcome.out;
     for (const char letter : outcome.out) {
       const auto code = static_cast<unsigned char>(letter);
       const bool ends_line = letter == '\n' || (letter == '\r' && format == "csv");

@@ -17,16 +17,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string LampToml(int number) {
-  return NodeToml({{.number = number, .name = "lamp-" + std::to_string(number)}});
-}
-
-std::string Joined(const Strings& addresses) {
-  std::string list;
-  for (const std::string& address : addresses) list += (list.empty() ? "" : ",") + address;
-  return list;
-}
-
 std::string AddressOf(const ScriptedPeer& peer) {
   return "127.0.0.1:" + std::to_string(peer.port());
 }
@@ -40,10 +30,10 @@ void HandThrough(const Node& node, PeerConnection& connection) {
 }
 
 TEST(VoltarisNodes, AreAskedTogetherAndToldInTheirOrder) {
-  const Node first(LampToml(1));
-  const Node second(LampToml(2));
+  const Node first(OneLamp(1));
+  const Node second(OneLamp(2));
   const Outcome outcome = Voltaris({"collect", "--columns", "node,name,usage", "-d", "test", "-n",
-                                    Joined({second.address(), first.address()})});
+                                    AddressList({second.address(), first.address()})});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.out.find("node "), 0u) << outcome.out;
   EXPECT_LT(outcome.out.find(second.address() + "  lamp-2   10 W"),
@@ -53,17 +43,17 @@ TEST(VoltarisNodes, AreAskedTogetherAndToldInTheirOrder) {
 }
 
 TEST(VoltarisNodes, ANodeThatIsNamedTwiceIsAskedOnce) {
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   const Outcome outcome = Voltaris(
-      {"collect", "-o", "json", "-d", "test", "-n", Joined({node.address(), node.address()})});
+      {"collect", "-o", "json", "-d", "test", "-n", AddressList({node.address(), node.address()})});
   EXPECT_EQ(outcome.answer()["nodes"].size(), 1u);
 }
 
 TEST(VoltarisNodes, ThoseThatFailedHaveATableOfTheirOwn) {
-  const Node node(LampToml(1));
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const Node node(OneLamp(1));
+  const std::string nobody = NobodysAddress();
   const Outcome outcome =
-      Voltaris({"collect", "name", "-d", "test", "-n", Joined({node.address(), nobody})});
+      Voltaris({"collect", "name", "-d", "test", "-n", AddressList({node.address(), nobody})});
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_NE(outcome.out.find("lamp-1\n\nnode "), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find(nobody + "  unreachable  connection refused\n"), std::string::npos)
@@ -71,7 +61,7 @@ TEST(VoltarisNodes, ThoseThatFailedHaveATableOfTheirOwn) {
 }
 
 TEST(VoltarisNodes, FortyAreAskedThroughAFanoutOfFour) {
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   std::vector<std::unique_ptr<ScriptedPeer>> doors;
   Strings addresses;
   for (int i = 0; i < 40; ++i) {
@@ -80,7 +70,7 @@ TEST(VoltarisNodes, FortyAreAskedThroughAFanoutOfFour) {
     addresses.push_back(AddressOf(*doors.back()));
   }
   const Outcome outcome =
-      Voltaris({"collect", "-o", "json", "-d", "test", "-F", "4", "-n", Joined(addresses)});
+      Voltaris({"collect", "-o", "json", "-d", "test", "-F", "4", "-n", AddressList(addresses)});
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
   const nlohmann::json document = outcome.answer();
   EXPECT_EQ(document["summary"]["statuses"], nlohmann::json({{"ok", 40}}));
@@ -97,9 +87,9 @@ TEST(VoltarisNodes, OneDeadlineIsForAllAlsoForThoseThatHadNoTurn) {
         connection.WaitForClose();
       },
       1);
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   const Outcome outcome = Voltaris({"collect", "-o", "json", "-d", "test", "-F", "1", "--timeout",
-                                    "0.3", "-n", Joined({AddressOf(silent), node.address()})});
+                                    "0.3", "-n", AddressList({AddressOf(silent), node.address()})});
   EXPECT_EQ(outcome.exit_code, 4);
   const nlohmann::json nodes = outcome.answer()["nodes"];
   EXPECT_EQ(nodes[0]["status"], "no-answer");
@@ -118,7 +108,7 @@ TEST(VoltarisNodes, ASilentOneEndsAfterTheTimeOfDevicesAndTwoSeconds) {
 }
 
 TEST(VoltarisRetries, ANodeThatToldNothingIsAskedAgain) {
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   int connections = 0;
   // The first connection is reset, the second one handed through to the node.
   ScriptedPeer flaky(
@@ -139,7 +129,7 @@ TEST(VoltarisRetries, ANodeThatToldNothingIsAskedAgain) {
 }
 
 TEST(VoltarisRetries, AreOverWhenTheyAreUsedUp) {
-  const std::string nobody = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string nobody = NobodysAddress();
   const Outcome outcome = Voltaris({"collect", "-o", "json", "--retries", "2", "-n", nobody});
   EXPECT_EQ(outcome.exit_code, 3);
   EXPECT_EQ(outcome.answer()["nodes"][0]["attempts"], 3);
@@ -147,7 +137,7 @@ TEST(VoltarisRetries, AreOverWhenTheyAreUsedUp) {
 }
 
 TEST(VoltarisRetries, WhatCameForgedIsNotAskedForAgain) {
-  const Node node(LampToml(1) + "[[fault]]\nkind = \"wrong-digest\"\n");
+  const Node node(OneLamp(1) + "[[fault]]\nkind = \"wrong-digest\"\n");
   const Outcome outcome = node.Ask({"collect", "-o", "json", "--retries", "5"});
   EXPECT_EQ(outcome.exit_code, 5);
   EXPECT_EQ(outcome.answer()["nodes"][0]["attempts"], 1);
@@ -156,13 +146,13 @@ TEST(VoltarisRetries, WhatCameForgedIsNotAskedForAgain) {
 class VoltarisSignal : public ::testing::TestWithParam<int> {};
 
 TEST_P(VoltarisSignal, EndsWithItsNumberAndTellsWhatWasThere) {
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   ScriptedPeer silent([](PeerConnection& connection) {
     connection.ReadPdu();
     connection.WaitForClose();
   });
   Program program("voltaris", {"collect", "name", "-o", "ndjson", "-d", "test", "-n",
-                               Joined({node.address(), AddressOf(silent)})});
+                               AddressList({node.address(), AddressOf(silent)})});
   for (const char* type : {"start", "row", "node"}) {
     EXPECT_EQ(nlohmann::json::parse(program.ReadLine())["type"], type);
   }
@@ -215,7 +205,7 @@ TEST(VoltarisStalledReader, ASecondSignalEndsItAtOnce) {
 }
 
 TEST(VoltarisPipe, AReaderThatHasGoneEndsItQuietly) {
-  const Node node(LampToml(1));
+  const Node node(OneLamp(1));
   std::promise<void> gone;
   ScriptedPeer held([&](PeerConnection& connection) {
     gone.get_future().wait();

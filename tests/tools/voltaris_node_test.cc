@@ -63,10 +63,6 @@ class KeyedNode {
   Node node_;
 };
 
-std::string TwoLamps() {
-  return NodeToml({{.number = 1, .name = "lamp-1"}, {.number = 2, .name = "lamp-2"}});
-}
-
 std::string ManyDevices(int count) {
   std::vector<DeviceToml> devices;
   for (int i = 1; i <= count; ++i) {
@@ -686,8 +682,8 @@ TEST(VoltarisNode, WhatCannotBeWrittenIsExitCodeOne) {
   for (const std::string& words :
        {std::string("--help"), std::string("--version"), std::string("probe --help"),
         "--check-config --config " + fleet}) {
-    const Outcome outcome = Foreign(
-        {"sh", "-c", std::string(VT_PROGRAM_DIR) + "/voltaris-node " + words + " >/dev/full"});
+    const Outcome outcome =
+        Foreign({"sh", "-c", VT_PROGRAM_DIR "/voltaris-node " + words + " >/dev/full"});
     EXPECT_EQ(outcome.exit_code, 1) << words;
     EXPECT_EQ(outcome.err, "voltaris-node: standard output cannot be written\n") << words;
   }

@@ -26,10 +26,6 @@ std::string House(const std::string& faults = "") {
          faults;
 }
 
-bool Has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 // Levels are those of all entities, in their order.
 std::vector<int> Levels(const Node& node) {
   std::vector<int> levels;
@@ -45,11 +41,11 @@ TEST(VoltarisSet, TellsWhatItSetAndOnHowMany) {
   const Node node(House());
   const Outcome outcome = node.Ask({"set", "--role", "lamp", "level=3", "--yes", "-q"});
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_TRUE(Has(outcome.err, "setting level=3 on 2 devices (3 entities) of 1 node\n"))
+  EXPECT_TRUE(Holds(outcome.err, "setting level=3 on 2 devices (3 entities) of 1 node\n"))
       << outcome.err;
-  EXPECT_TRUE(Has(outcome.err, node.address() +
-                                   ": set level=3 in domain test with priority 100: 3 entities "
-                                   "accepted, 0 refused\n"))
+  EXPECT_TRUE(Holds(outcome.err, node.address() +
+                                     ": set level=3 in domain test with priority 100: 3 entities "
+                                     "accepted, 0 refused\n"))
       << outcome.err;
   EXPECT_EQ(Levels(node), (std::vector<int>{3, 3, 3, 10}));
 }
@@ -64,7 +60,7 @@ TEST(VoltarisSet, ADryRunShowsTheDevicesAndLeavesThem) {
   EXPECT_EQ(document["rows"][0]["name"], "lamp-1");
   EXPECT_EQ(document["rows"][0]["level"], 10);
   EXPECT_TRUE(
-      Has(outcome.err, "would set level=3 on 2 devices (3 entities) of 1 node; nothing was set"))
+      Holds(outcome.err, "would set level=3 on 2 devices (3 entities) of 1 node; nothing was set"))
       << outcome.err;
   EXPECT_EQ(Levels(node), kUntouched);
 }
@@ -73,7 +69,7 @@ TEST(VoltarisSet, NeedsYesWhereNobodyCanBeAsked) {
   const Node node(House());
   const Outcome outcome = node.Ask({"set", "level=3"});
   EXPECT_EQ(outcome.exit_code, 2);
-  EXPECT_TRUE(Has(outcome.err, "needs --yes")) << outcome.err;
+  EXPECT_TRUE(Holds(outcome.err, "needs --yes")) << outcome.err;
   EXPECT_EQ(Levels(node), kUntouched);
 }
 
@@ -95,7 +91,7 @@ TEST(VoltarisSet, AsksOnATerminalAndTakesNothingButYes) {
     program.Type(dialogue.answer);
     const Outcome outcome = program.Finish();
     EXPECT_EQ(outcome.exit_code, dialogue.exit_code) << dialogue.answer << outcome.err;
-    EXPECT_TRUE(Has(outcome.err, DeviceId(4) + " entity 1 (heater)")) << outcome.err;
+    EXPECT_TRUE(Holds(outcome.err, DeviceId(4) + " entity 1 (heater)")) << outcome.err;
     EXPECT_EQ(Levels(node).back(), dialogue.level) << dialogue.answer;
   }
 }
@@ -118,7 +114,7 @@ TEST(VoltarisSet, TouchesNothingWhenMoreDevicesAreConcernedThanMayBe) {
   const Outcome outcome = node.Ask(one);
   EXPECT_EQ(outcome.exit_code, 2);
   EXPECT_EQ(outcome.out, "");
-  EXPECT_TRUE(Has(outcome.err, "2 devices are concerned, and --max-devices is 1")) << outcome.err;
+  EXPECT_TRUE(Holds(outcome.err, "2 devices are concerned, and --max-devices is 1")) << outcome.err;
   EXPECT_EQ(Levels(node), kUntouched);
   Strings two = words;
   two.push_back("2");
@@ -130,8 +126,8 @@ TEST(VoltarisSet, ReportsEachRefusalOfADeviceThatIsConcerned) {
   const Node node(House("[[fault]]\nkind = \"nak\"\nqueries = \"set\"\ndevices = \"lamp-1\"\n"));
   const Outcome outcome = node.Ask({"set", "--role", "lamp", "level=3", "--yes", "-o", "json"});
   EXPECT_EQ(outcome.exit_code, 1) << outcome.err;
-  EXPECT_TRUE(Has(outcome.err, node.address() + ": " + DeviceId(1))) << outcome.err;
-  EXPECT_TRUE(Has(outcome.err, " refused\n")) << outcome.err;
+  EXPECT_TRUE(Holds(outcome.err, node.address() + ": " + DeviceId(1))) << outcome.err;
+  EXPECT_TRUE(Holds(outcome.err, " refused\n")) << outcome.err;
   const nlohmann::json document = outcome.answer();
   EXPECT_EQ(document["nodes"][0]["status"], "partial");
   ASSERT_EQ(document["nodes"][0]["refusals"].size(), 1u);
@@ -150,7 +146,7 @@ TEST(VoltarisSet, TellsOfDevicesThatSaidNothingToIt) {
   const Node node(House("[[fault]]\nkind = \"silent\"\nqueries = \"set\"\ndevices = \"lamp-1\"\n"));
   const Outcome outcome = node.Ask({"set", "--role", "lamp", "level=3", "--yes", "-o", "json"});
   EXPECT_EQ(outcome.exit_code, 1) << outcome.err;
-  EXPECT_TRUE(Has(outcome.err, "1 did not answer")) << outcome.err;
+  EXPECT_TRUE(Holds(outcome.err, "1 did not answer")) << outcome.err;
 }
 
 TEST(VoltarisSet, IsNotSentToANodeThatToldAPartOfItsDevicesAlone) {
@@ -158,7 +154,7 @@ TEST(VoltarisSet, IsNotSentToANodeThatToldAPartOfItsDevicesAlone) {
       House("[[fault]]\nkind = \"wrong-digest\"\nqueries = \"collect\"\ndevices = \"lamp-1\"\n"));
   const Outcome outcome = node.Ask({"set", "--role", "lamp", "level=3", "--yes", "-o", "json"});
   EXPECT_EQ(outcome.exit_code, 5) << outcome.err;
-  EXPECT_TRUE(Has(outcome.err, "nothing was set, for not all of its devices are known"))
+  EXPECT_TRUE(Holds(outcome.err, "nothing was set, for not all of its devices are known"))
       << outcome.err;
   EXPECT_EQ(outcome.answer()["rows"].size(), 0u);
   const Outcome levels = node.Ask({"collect", "level", "--name", "lamp-2", "-o", "json"});
@@ -169,7 +165,7 @@ TEST(VoltarisSet, ThatNobodyIsConcernedByIsNotSent) {
   const Node node(House());
   const Outcome outcome = node.Ask({"set", "--role", "printer", "level=3", "--yes"});
   EXPECT_EQ(outcome.exit_code, 7) << outcome.err;
-  EXPECT_FALSE(Has(outcome.err, "setting")) << outcome.err;
+  EXPECT_FALSE(Holds(outcome.err, "setting")) << outcome.err;
 }
 
 TEST(VoltarisSet, IsNeverSentAgain) {

@@ -12,10 +12,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-std::string LampToml(int number) {
-  return NodeToml({{.number = number, .name = "lamp-" + std::to_string(number)}});
-}
-
 Strings NamesIn(const nlohmann::json& answer) {
   Strings names;
   for (const auto& row : answer["rows"]) names.push_back(row["name"]);
@@ -47,8 +43,8 @@ class VoltarisTargets : public ::testing::Test {
   TempFolder folder_;
   std::string key_ = folder_.Write("key", kKeyHex);
   std::string targets_ = folder_.path("targets.toml");
-  Node first_{LampToml(1), {"--key-file", key_}};
-  Node second_{LampToml(2)};
+  Node first_{OneLamp(1), {"--key-file", key_}};
+  Node second_{OneLamp(2)};
 };
 
 TEST_F(VoltarisTargets, OfAFileAreAskedEachAsItTells) {

@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <future>
-#include <iterator>
 
 #include "tests/harness/pdu_image.h"
 #include "tests/harness/peer.h"
@@ -344,7 +342,7 @@ TEST(VoltarisCommandLine, VersionNamesTheLibrary) {
 }
 
 TEST(VoltarisConnection, ANodeThatIsNotThereIsExitCodeThree) {
-  const std::string node = "127.0.0.1:" + std::to_string(UnusedPort());
+  const std::string node = NobodysAddress();
   const Outcome outcome = Voltaris({"collect", "--node", node});
   EXPECT_EQ(outcome.exit_code, 3);
   EXPECT_EQ(outcome.out, "");
@@ -397,7 +395,7 @@ Bytes Reply(const Bytes& key, const Bytes& query, std::uint32_t type, const Byte
   return image.Signed(key);
 }
 
-Outcome CollectFrom(ScriptedPeer& peer, const Strings& more) {
+Outcome CollectFromPeer(ScriptedPeer& peer, const Strings& more) {
   const TempFolder folder;
   Strings arguments = {"collect", "--port", std::to_string(peer.port()), "--key-file",
                        folder.Write("key", kKeyHex)};
@@ -410,7 +408,7 @@ TEST(VoltarisOutput, ControlCharactersFromTheNetworkDoNotReachTheTerminal) {
     const Bytes query = connection.ReadPdu();
     connection.Send(Reply(KeyBytes(), query, 9, Counted(Text("\x1b[31mred\n"))));
   });
-  const Outcome outcome = CollectFrom(peer, {"name"});
+  const Outcome outcome = CollectFromPeer(peer, {"name"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.out.find('\x1b'), std::string::npos) << outcome.out;
   EXPECT_NE(outcome.out.find("\\x1b[31mred\\x0a"), std::string::npos) << outcome.out;
@@ -423,7 +421,7 @@ TEST(VoltarisOutput, TextThatIsNotUtf8IsStillJson) {
     const Bytes query = connection.ReadPdu();
     connection.Send(Reply(KeyBytes(), query, 9, Counted(Hex("6c ff 6d"))));
   });
-  const Outcome outcome = CollectFrom(peer, {"name", "-o", "json"});
+  const Outcome outcome = CollectFromPeer(peer, {"name", "-o", "json"});
   EXPECT_EQ(outcome.answer()["rows"][0]["name"], "l\xEF\xBF\xBDm");
 }
 
@@ -432,7 +430,7 @@ TEST(VoltarisOutput, UsageWithoutUnitsHasNoWatts) {
     const Bytes query = connection.ReadPdu();
     connection.Send(Reply(KeyBytes(), query, 13, U16(500)));
   });
-  const nlohmann::json row = CollectFrom(peer, {"usage", "-o", "json"}).answer()["rows"][0];
+  const nlohmann::json row = CollectFromPeer(peer, {"usage", "-o", "json"}).answer()["rows"][0];
   EXPECT_EQ(row["usage"]["raw"], 500);
   EXPECT_TRUE(row["usage"]["units"].is_null());
   EXPECT_TRUE(row["usage"]["watts"].is_null());
@@ -445,7 +443,7 @@ TEST(VoltarisOutput, ARefusalThatNamesAnEntityIsNoRow) {
     refusal[69] = 0xFE;  // will not answer
     connection.Send(Sign(refusal, KeyBytes()));
   });
-  const Outcome outcome = CollectFrom(peer, {"-o", "json"});
+  const Outcome outcome = CollectFromPeer(peer, {"-o", "json"});
   EXPECT_EQ(outcome.exit_code, 7);
   EXPECT_EQ(outcome.answer()["rows"].size(), 0u);
   EXPECT_EQ(outcome.answer()["summary"]["refused"], 1);
@@ -456,7 +454,7 @@ TEST(VoltarisOutput, AnAnswerOfAnotherKeyIsIgnored) {
     const Bytes query = connection.ReadPdu();
     connection.Send(Reply(Bytes(20, 7), query, 9, Counted(Text("forged"))));
   });
-  const Outcome outcome = CollectFrom(peer, {"name"});
+  const Outcome outcome = CollectFromPeer(peer, {"name"});
   EXPECT_EQ(outcome.exit_code, 5);
   EXPECT_EQ(outcome.out.find("forged"), std::string::npos) << outcome.out;
 }
@@ -518,11 +516,6 @@ TEST(VoltarisKey, NothingOfItIsInTheMostDetailedLog) {
 TEST(VoltarisKey, ThereIsNoOptionThatTakesAKeyItself) {
   const Outcome outcome = Voltaris({"collect", "--key", kKeyHex});
   EXPECT_EQ(outcome.exit_code, 2);
-}
-
-std::string ProcFile(pid_t pid, const std::string& name) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/" + name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 TEST(VoltarisKey, TheKeyStandsInNoCommandLineAndNoEnvironment) {

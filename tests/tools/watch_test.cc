@@ -25,19 +25,17 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-// Lamps use 10 and 20 W, and the roof makes 30 W.
-std::string Lamps() {
+// The lamps use 10 and 20 W, and the roof makes 30 W.
+std::string LampsAndRoof() {
   return NodeToml({{.number = 1, .name = "lamp-1"},
                    {.number = 2, .name = "lamp-2", .step = 2},
                    {.number = 3, .name = "roof", .step = 3, .more = "category = \"producer\""}});
 }
 
-std::string NobodysAddress() { return "127.0.0.1:" + std::to_string(UnusedPort()); }
-
 // --- plain lines ---
 
 TEST(VoltarisWatch, WritesABlockARoundWhereThereIsNoTerminal) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   const Outcome outcome = node.Ask({"watch", "--count", "2", "-i", "0.001"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
@@ -52,7 +50,7 @@ TEST(VoltarisWatch, WritesABlockARoundWhereThereIsNoTerminal) {
 }
 
 TEST(VoltarisWatch, TellsWhatChangesBetweenRounds) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   Program program("voltaris", {"watch", "--count", "2", "-i", "2", "--name", "lamp-2", "-d", "test",
                                "-n", node.address()});
   EXPECT_NE(program.ReadLine().find("round 1: consumers 20 W (0 W)"), std::string::npos);
@@ -63,7 +61,7 @@ TEST(VoltarisWatch, TellsWhatChangesBetweenRounds) {
 }
 
 TEST(VoltarisWatch, SortsAsItIsTold) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   const Outcome outcome = node.Ask({"watch", "--count", "1", "--sort", "usage:desc"});
   EXPECT_LT(outcome.out.find("roof"), outcome.out.find("lamp-2")) << outcome.out;
   EXPECT_LT(outcome.out.find("lamp-2"), outcome.out.find("lamp-1")) << outcome.out;
@@ -78,7 +76,7 @@ TEST(VoltarisWatch, NodesThatFailDoNotEndIt) {
 }
 
 TEST(VoltarisWatch, TheExitCodeIsThatOfTheLastRound) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   const Outcome outcome = Voltaris(
       {"watch", "--count", "1", "-d", "test", "-n", node.address() + "," + NobodysAddress()});
   EXPECT_EQ(outcome.exit_code, 1);
@@ -87,7 +85,7 @@ TEST(VoltarisWatch, TheExitCodeIsThatOfTheLastRound) {
 TEST(VoltarisWatch, GoesOnWhenAKeyFileIsGoneForAWhile) {
   const TempFolder folder;
   const std::string path = folder.Write("key", kKeyHex);
-  const Node node(Lamps(), {"--key-file", path});
+  const Node node(LampsAndRoof(), {"--key-file", path});
   Program program("voltaris", {"watch", "--count", "2", "-i", "1", "-d", "test", "-n",
                                node.address(), "--key-file", path});
   EXPECT_NE(program.ReadLine().find("round 1: consumers 30 W"), std::string::npos);
@@ -111,7 +109,7 @@ TEST(VoltarisWatch, TwoForWrongUsage) {
 }
 
 TEST(VoltarisWatch, ASignalEndsTheLines) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   Program program("voltaris", {"watch", "-i", "3600", "-d", "test", "-n", node.address()});
   EXPECT_NE(program.ReadLine(), "");
   program.Signal(SIGTERM);
@@ -119,7 +117,7 @@ TEST(VoltarisWatch, ASignalEndsTheLines) {
 }
 
 TEST(VoltarisWatch, AReaderThatHasGoneEndsIt) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   Program program("voltaris", {"watch", "-i", "0.001", "-d", "test", "-n", node.address()});
   EXPECT_NE(program.ReadLine(), "");
   program.CloseOutput();
@@ -127,7 +125,7 @@ TEST(VoltarisWatch, AReaderThatHasGoneEndsIt) {
 }
 
 TEST(VoltarisWatch, WritesLinesWhereTheTerminalIsNotKnown) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   const Outcome outcome = node.Ask({"watch", "--count", "1"}, {{"TERM", "dumb"}});
   EXPECT_EQ(outcome.out.find("round 1: "), 0u);
   Program program("voltaris", {"watch", "--count", "1", "-d", "test", "-n", node.address()},
@@ -236,7 +234,7 @@ class ScreenWatch {
 };
 
 TEST(VoltarisWatchScreen, ShowsSumsRowsAndHelpAndEndsByQ) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("every 3600 s");
   EXPECT_TRUE(watch.screen().is_alternate());
@@ -252,7 +250,7 @@ TEST(VoltarisWatchScreen, ShowsSumsRowsAndHelpAndEndsByQ) {
 }
 
 TEST(VoltarisWatchScreen, SortsAndFiltersByKeys) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("every");
   watch.AwaitLine(4, "lamp-1");
@@ -289,7 +287,7 @@ TEST(VoltarisWatchScreen, ArrowsScroll) {
 }
 
 TEST(VoltarisWatchScreen, ShowsBarsAndSparks) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("█");
   watch.Type("b");
@@ -299,7 +297,7 @@ TEST(VoltarisWatchScreen, ShowsBarsAndSparks) {
 }
 
 TEST(VoltarisWatchScreen, IsAsciiWhereTheLocaleIs) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()}, {"-i", "3600"}, "C");
   watch.Await("every");
   watch.Type("b");
@@ -311,7 +309,7 @@ TEST(VoltarisWatchScreen, IsAsciiWhereTheLocaleIs) {
 }
 
 TEST(VoltarisWatchScreen, FollowsTheSizeOfTheTerminal) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("q quit");
   watch.Resize(60, 12);
@@ -324,14 +322,14 @@ TEST(VoltarisWatchScreen, FollowsTheSizeOfTheTerminal) {
 }
 
 TEST(VoltarisWatchScreen, RoundsGoOnAndHaveAnEndWithACount) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()}, {"-i", "0.01", "--count", "3"});
   EXPECT_EQ(watch.Finish().exit_code, 0);
   watch.ExpectRestored();
 }
 
 TEST(VoltarisWatchScreen, ANodeThatFailsIsShownAndDoesNotEndIt) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   const std::string nobody = NobodysAddress();
   ScreenWatch watch({node.address(), nobody}, {"-i", "0.05"});
   watch.Await("2 nodes, 1 failed; " + nobody + ": unreachable: connection refused");
@@ -369,7 +367,7 @@ TEST(VoltarisWatchScreen, WhatADeviceCallsItselfCannotSteerTheTerminal) {
 }
 
 TEST(VoltarisWatchScreen, LogLinesDoNotStandInIt) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()}, {"-i", "3600", "-vvv"});
   watch.Await("every");
   watch.Type("q");
@@ -395,7 +393,7 @@ TEST_P(VoltarisWatchSignal, LeavesTheTerminalAsItWas) {
 #ifdef VT_SANITIZER
   if (GetParam() == SIGSEGV) GTEST_SKIP() << "the run time of the sanitizers catches it";
 #endif
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("every");
   EXPECT_FALSE(watch.HasFirstModes());
@@ -414,7 +412,7 @@ INSTANTIATE_TEST_SUITE_P(Each, VoltarisWatchSignal,
                          });
 
 TEST(VoltarisWatchScreen, WithoutAWayBackTheTerminalWouldNotBeAsItWas) {
-  const Node node(Lamps());
+  const Node node(LampsAndRoof());
   ScreenWatch watch({node.address()});
   watch.Await("every");
   watch.Signal(SIGKILL);

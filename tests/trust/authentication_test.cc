@@ -128,7 +128,7 @@ class Guarded {
   std::size_t dropped_ = 0;
 };
 
-void Report(const Guarded& guarded, const char* what) {
+void NoteDropped(const Guarded& guarded, const char* what) {
   Note() << guarded.dropped() << " " << what << ", none accepted\n";
 }
 
@@ -149,7 +149,7 @@ TEST(Authentication, EverySingleBitFlipOfEveryMessageIsDetected) {
     }
     guarded.ExpectWhole(wire);
   }
-  Report(guarded, "flipped bits");
+  NoteDropped(guarded, "flipped bits");
 }
 
 // The long sweeps are cut into parts, each well below the time-out of a test.
@@ -182,7 +182,7 @@ TEST_P(AuthenticationPart, OfTheByteValuesAtEveryOffsetOfEveryMessageIsDetected)
     }
     guarded.ExpectWhole(wire);
   }
-  Report(guarded, "byte values");
+  NoteDropped(guarded, "byte values");
 }
 
 // One of the two bits may lie in the security header: whatever else a rule lets pass there, the
@@ -211,7 +211,7 @@ TEST_P(AuthenticationPart, OfTheTwoBitFlipsOfAMessageOf200BytesIsDetected) {
     flip(first);
   }
   guarded.ExpectWhole(wire);
-  Report(guarded, "pairs of flipped bits");
+  NoteDropped(guarded, "pairs of flipped bits");
 }
 
 TEST(Authentication, TheUnsignedFirst12BytesAreTakenByTheirOwnRules) {
@@ -318,7 +318,7 @@ TEST(Authentication, ForgedMessagesLeaveNoTraceAndTheNextGoodOneCounts) {
     EXPECT_TRUE(guarded.Drops(message.wire + Bytes{0}));
     guarded.ExpectWhole(message.wire);
   }
-  Report(guarded, "forgeries");
+  NoteDropped(guarded, "forgeries");
 }
 
 TEST(Authentication, OfARunningCollectionCountsTheSignedMessagesAlone) {
@@ -375,7 +375,7 @@ TEST(Authentication, TheDigestOfOneMessageDoesNotServeAnother) {
     }
   }
   guarded.ExpectWhole(corpus[0].wire);
-  Report(guarded, "borrowed digests");
+  NoteDropped(guarded, "borrowed digests");
 }
 
 // The length of the digest is no choice of the sender: neither a digest of no bytes nor one whose
@@ -396,7 +396,7 @@ TEST(Authentication, TheSenderDoesNotChooseTheLengthOfTheDigest) {
     ASSERT_TRUE(guarded.Drops(good)) << length;
   }
   guarded.ExpectWhole(SignedReply(RichReply()));
-  Report(guarded, "digests of another length");
+  NoteDropped(guarded, "digests of another length");
 }
 
 // BehindPage is a copy of bytes whose first byte is the first behind an inaccessible page.

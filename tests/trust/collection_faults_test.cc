@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,10 +22,6 @@ namespace {
 
 using namespace vt::testing;
 
-using CollectionPtr = std::unique_ptr<ReplyCollection, ReleaseWith<&voltaris_releaseCollection>>;
-using FleetPtr = std::unique_ptr<CollectionFleet, ReleaseWith<&voltaris_releaseFleet>>;
-
-constexpr std::uint16_t kNoPort = 9;
 constexpr CollectionOptions kSoon = {.connect_ms = 1, .idle_ms = 1, .total_ms = 0};
 
 // Ending is how a collection came to its end.

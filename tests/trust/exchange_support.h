@@ -29,6 +29,9 @@
 
 namespace vt::testing {
 
+// For sessions whose connections are replaced.
+inline constexpr std::uint16_t kNoPort = 9;
+
 inline Bytes TwoReplies() { return UsageReply("lamp", 1, 11) + UsageReply("fan", 2, 22); }
 
 // An error as most log lines show it.

@@ -864,9 +864,9 @@ class ExchangeSweep {
   Node node_;
 };
 
-// Sweep makes one pass, says how many allocations it has failed, and expects no fewer than least,
-// so that none goes missing unseen.
-void Sweep(Failing failing, Kind kind, std::vector<Letter> stream, std::size_t least) {
+// SweepExchange makes one pass, says how many allocations it has failed, and expects no fewer than
+// least, so that none goes missing unseen.
+void SweepExchange(Failing failing, Kind kind, std::vector<Letter> stream, std::size_t least) {
   ExchangeSweep sweep(std::move(kind), std::move(stream));
   const std::size_t failed = sweep.Run(failing);
   Note() << failed << " allocations failed in turn"
@@ -874,9 +874,11 @@ void Sweep(Failing failing, Kind kind, std::vector<Letter> stream, std::size_t l
   EXPECT_GE(failed, least);
 }
 
-#define TEST_EXCHANGE(name, kind, stream, least)                                    \
-  TEST(OutOfMemory, In##name##Once) { Sweep(Failing::kOnce, kind, stream, least); } \
-  TEST(OutOfMemory, In##name##AndFromThereOn) { Sweep(Failing::kFromThereOn, kind, stream, least); }
+#define TEST_EXCHANGE(name, kind, stream, least)                                            \
+  TEST(OutOfMemory, In##name##Once) { SweepExchange(Failing::kOnce, kind, stream, least); } \
+  TEST(OutOfMemory, In##name##AndFromThereOn) {                                             \
+    SweepExchange(Failing::kFromThereOn, kind, stream, least);                              \
+  }
 
 TEST_EXCHANGE(ACollectQueryOfEverythingWithRepliesOfEveryType, CollectOfEverything(),
               With(ShortStream(), RepliesOfEveryType()), 200)

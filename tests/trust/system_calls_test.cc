@@ -38,9 +38,6 @@ using namespace vt::testing;
 
 std::string Numbered(const char* text, long number) { return text + std::to_string(number); }
 
-// For sessions whose connections are replaced.
-constexpr std::uint32_t kNoPort = 9;
-
 // Connected makes connections succeed that nobody made.
 class Connected : public ConnectHook {
  public:
@@ -479,7 +476,7 @@ TEST(SystemCalls, AFailedWaitIsRepeatedUnlessTheDescriptorIsBad) {
 }
 
 TEST(SystemCalls, AWaitThatIsInterruptedTenThousandTimesIsRepeatedAsOften) {
-  constexpr std::size_t kTimes = 10000;
+  constexpr std::size_t kInterruptions = 10000;
   const NoLeak no_leak;
   const Connected connected;
   const Sent sent;
@@ -487,7 +484,7 @@ TEST(SystemCalls, AWaitThatIsInterruptedTenThousandTimesIsRepeatedAsOften) {
   std::size_t waits = 0;
   const PollHook hook([&](pollfd*, nfds_t, int timeout) -> std::optional<int> {
     EXPECT_EQ(timeout, 180000) << "each wait is a whole one";
-    return ++waits <= kTimes ? FailWith<int>(EINTR) : std::nullopt;
+    return ++waits <= kInterruptions ? FailWith<int>(EINTR) : std::nullopt;
   });
   Asking asking(kNoPort);
   EXPECT_EQ(asking.Execute(), 0);
@@ -498,8 +495,8 @@ TEST(SystemCalls, AWaitThatIsInterruptedTenThousandTimesIsRepeatedAsOften) {
   EXPECT_EQ(log.Count(kWarn,
                       "vtn_queryLoop: unexpected read status value -1, error: "
                       "4(Interrupted system call)"),
-            kTimes);
-  EXPECT_EQ(log.lines().size(), kTimes);
+            kInterruptions);
+  EXPECT_EQ(log.lines().size(), kInterruptions);
 }
 
 TEST(SystemCalls, ADescriptorThatIsNotOpenEndsEveryWaitAtOnce) {

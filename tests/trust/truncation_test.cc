@@ -30,7 +30,7 @@ Bytes Resized(Bytes wire) {
   return Sign(std::move(wire), SessionKey());
 }
 
-void Report(std::size_t prefixes, const char* to) {
+void NotePrefixes(std::size_t prefixes, const char* to) {
   Note() << prefixes << " prefixes to the " << to << "\n";
 }
 
@@ -52,7 +52,7 @@ TEST(Truncation, NoPrefixOfAnyMessageIsDecoded) {
     const EventPtr whole = Wrap(message.wire);
     EXPECT_EQ(cv_unpack_event(whole.get(), &key), 0);
   }
-  Report(prefixes, "decoder");
+  NotePrefixes(prefixes, "decoder");
 }
 
 // The first 60 bytes of a message whose sender is all zeros look like two headers without a digest
@@ -93,7 +93,7 @@ TEST(Truncation, NoPrefixOfAnyMessageIsCollected) {
       ASSERT_EQ(receiver.Record(), empty) << size;
     }
   }
-  Report(prefixes, "collection");
+  NotePrefixes(prefixes, "collection");
 }
 
 TEST(Truncation, AListThatEndsEarlyFailsTheMessageEvenWhenItIsSigned) {
@@ -110,7 +110,7 @@ TEST(Truncation, AListThatEndsEarlyFailsTheMessageEvenWhenItIsSigned) {
       ASSERT_EQ(event->tlvs, nullptr) << size;
     }
   }
-  Report(prefixes, "decoder, signed and with their size");
+  NotePrefixes(prefixes, "decoder, signed and with their size");
 }
 
 // With its own length cut as well, an element may be a shorter one of its type. It is decoded or
@@ -190,7 +190,7 @@ TEST(Truncation, AStreamThatEndsInsideAnyMessageReadsAsItsEnd) {
       }
     }
   }
-  Report(prefixes, "reader, in pieces");
+  NotePrefixes(prefixes, "reader, in pieces");
 }
 
 TEST(Truncation, ABufferThatIsTooSmallForAnyMessageIsFilledAndNotOverrun) {
@@ -208,7 +208,7 @@ TEST(Truncation, ABufferThatIsTooSmallForAnyMessageIsFilledAndNotOverrun) {
       ASSERT_TRUE(SameBytes(Head(message.wire, size), buffer.data(), size));
     }
   }
-  Report(prefixes, "reader, as all that its buffer has room for");
+  NotePrefixes(prefixes, "reader, as all that its buffer has room for");
 }
 
 // SendAndClose sends bytes into a new stream socket, closes that end and returns the other. It is a
@@ -240,7 +240,7 @@ TEST(Truncation, EveryPrefixOfEveryMessageReadsAsTheEndFromARealSocket) {
       ASSERT_TRUE(SameBytes(head, buffer.data(), size));
     }
   }
-  Report(prefixes, "reader, from a socket");
+  NotePrefixes(prefixes, "reader, from a socket");
 }
 
 TEST(Truncation, APeerThatClosesInsideAMessageReadsAsTheEndOverARealConnection) {
@@ -256,7 +256,7 @@ TEST(Truncation, APeerThatClosesInsideAMessageReadsAsTheEndOverARealConnection) 
               size < wire.size() ? 0 : whole)
         << size;
   }
-  Report(wire.size() + 1, "reader, over TCP");
+  NotePrefixes(wire.size() + 1, "reader, over TCP");
 }
 
 }  // namespace

@@ -165,10 +165,6 @@ struct Asking {
 // The size of the message that Asking sends.
 inline constexpr std::int32_t kAskingSize = 137;
 
-inline Bytes UsageReply(std::string_view device, std::uint32_t entity, std::uint8_t usage) {
-  return SignedReply(ReplyWith({Aggregate(13, device, {Entry(entity, {0, usage})})}));
-}
-
 }  // namespace vt::testing
 
 #endif  // VT_TESTS_TRUST_TRUST_SUPPORT_H_

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/node/host_tree.h"
-#include "tests/node/nut_script.h"
+#include "tests/node/host/host_tree.h"
+#include "tests/node/host/nut_script.h"
 #include "tests/tools/programs.h"
 
 namespace vt::testing {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/node/host_tree.h"
+#include "tests/node/host/host_tree.h"
 
 namespace vt::testing {
 namespace {
@@ -13,8 +13,6 @@ using node::Findings;
 using node::HwmonSource;
 using node::Reading;
 using node::Trouble;
-
-const std::string kChip = "sys/class/hwmon/hwmon0/";
 
 class Hwmon : public ::testing::Test {
  protected:

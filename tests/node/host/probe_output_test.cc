@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 
+#include "tests/node/host/readings.h"
 #include "tests/tools/programs.h"
 
 namespace vt::testing {
@@ -23,10 +24,6 @@ std::string Table(const ProbeReport& report) {
   return out.str();
 }
 
-Reading Power(std::int64_t milliwatts, Category category) {
-  return {milliwatts, category, Trouble::kNone, {}};
-}
-
 ProbeReport Report() {
   ProbeReport report;
   report.on_mains = true;
@@ -35,11 +32,11 @@ ProbeReport Report() {
   report.entities = {
       {"rapl",
        {"rapl/package-0", "package-0", Caliber::kEstimated, Category::kConsumer},
-       Power(12345, Category::kConsumer),
+       ReadingOf(12345, Category::kConsumer),
        ""},
       {"supply",
        {"supply/BAT0", "BAT0", Caliber::kMeasured, Category::kConsumer},
-       Power(9000, Category::kProducer),
+       ReadingOf(9000, Category::kProducer),
        ""},
       {"rapl", {"rapl/a", "a", Caliber::kEstimated, Category::kConsumer}, denied, "do\nthis"},
       {"rapl", {"rapl/b", "b", Caliber::kEstimated, Category::kMeter}, denied, "do\nthis"}};

@@ -5,8 +5,8 @@
 
 #include "vtapi.h"
 
-#include "tests/node/host_tree.h"
-#include "tests/node/nut_script.h"
+#include "tests/node/host/host_tree.h"
+#include "tests/node/host/nut_script.h"
 
 namespace vt::testing {
 namespace {
@@ -19,8 +19,6 @@ using node::ProbeReport;
 using node::Reading;
 using node::Trouble;
 using std::chrono::milliseconds;
-
-const std::string kChip = "sys/class/hwmon/hwmon0/";
 
 class HostSensorsTest : public ::testing::Test {
  protected:

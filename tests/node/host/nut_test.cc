@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/node/nut_script.h"
+#include "tests/node/host/nut_script.h"
 
 namespace vt::testing {
 namespace {
@@ -14,9 +14,6 @@ using node::NutSource;
 using node::Reading;
 using node::Trouble;
 
-// Reached only when something is broken.
-constexpr std::chrono::milliseconds kPatience{20000};
-
 const std::string kTwoSupplies = "BEGIN LIST UPS\nUPS a \"The first\"\nUPS b\nEND LIST UPS";
 const Dialogue kFindTwo = {{"LIST UPS", kTwoSupplies},
                            {"GET VAR a ups.realpower", "VAR a ups.realpower \"120\""},
@@ -27,7 +24,7 @@ class Scripted {
  public:
   explicit Scripted(const Dialogues& dialogues)
       : peer_(NutScript(dialogues), dialogues.size()),
-        source_(LoopbackAddress(peer_.port()), kPatience,
+        source_(LoopbackAddress(peer_.port()), kNutPatience,
                 [] { return std::chrono::steady_clock::now(); }) {}
 
   NutSource* operator->() { return &source_; }
@@ -121,7 +118,7 @@ TEST(Nut, AServerThatClosesInBetweenKeepsWhatItHasToldBefore) {
         connection.ReadExactly(std::string("GET VAR b ups.load\n").size());
       },
       2);
-  NutSource source(LoopbackAddress(peer.port()), kPatience,
+  NutSource source(LoopbackAddress(peer.port()), kNutPatience,
                    [] { return std::chrono::steady_clock::now(); });
   ASSERT_EQ(source.Find().entities.size(), 2u);
   const std::vector<Reading> readings = source.Read();

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/node/element_types.h"
+#include "tests/node/host/readings.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
@@ -16,20 +18,6 @@ using node::Category;
 using node::HostEntity;
 using node::Reading;
 using node::Trouble;
-
-enum Type : std::uint32_t {
-  kRole = 7,
-  kName = 9,
-  kKeywords = 10,
-  kUnits = 12,
-  kUsage = 13,
-  kLevel = 14,
-  kDeltaVector = 36,
-  kCaliber = 38,
-  kUsageVector = 39,
-  kCombinedUsage = 43,
-  kCategory = 51,
-};
 
 std::vector<HostEntity> Sensors() {
   return {{"rapl/package-0", "package-0", Caliber::kEstimated, Category::kConsumer},
@@ -46,13 +34,6 @@ std::string Config(const std::string& host = "", const std::string& more = "") {
 
 FleetUnderTest Fleet(const std::string& config, std::vector<HostEntity> sensors = Sensors()) {
   return FleetUnderTest(config, {}, [sensors](const node::HostDescription&) { return sensors; });
-}
-
-Reading Power(std::int64_t milliwatts, Category category = Category::kConsumer) {
-  Reading reading;
-  reading.milliwatts = milliwatts;
-  reading.category = category;
-  return reading;
 }
 
 // Every category is asked for, as tools do.
@@ -118,11 +99,11 @@ TEST(HostDevice, ASensorThatWasNeverReadHasNoUsageAndRefusesSums) {
 
 TEST(HostDevice, AReadingIsTheUsageInTheUnitsThatFitItBest) {
   FleetUnderTest fleet = Fleet(Config(), {Sensors()[0]});
-  fleet.Measured({Power(11'586)});
+  fleet.Measured({ReadingOf(11'586)});
   Answered answer = fleet.Ask(Asking({kUsage}));
   EXPECT_EQ(answer.Only(kUsage), U16(11586));
   EXPECT_EQ(answer.Only(kUnits), Hex("fd"));
-  fleet.Measured({Power(250'000)});
+  fleet.Measured({ReadingOf(250'000)});
   answer = fleet.Ask(Asking({kUsage}));
   EXPECT_EQ(answer.Only(kUsage), U16(25000));
   EXPECT_EQ(answer.Only(kUnits), Hex("fe"));
@@ -130,7 +111,7 @@ TEST(HostDevice, AReadingIsTheUsageInTheUnitsThatFitItBest) {
 
 TEST(HostDevice, WhatALevelWouldBringIsNotTold) {
   FleetUnderTest fleet = Fleet(Config(), {Sensors()[0]});
-  fleet.Measured({Power(1000)});
+  fleet.Measured({ReadingOf(1000)});
   const Answered answer = fleet.Ask(Asking({kName, kUsageVector, kDeltaVector}));
   EXPECT_EQ(answer.OfType(kUsageVector).size(), 0u);
   EXPECT_EQ(answer.OfType(kDeltaVector).size(), 0u);
@@ -139,22 +120,22 @@ TEST(HostDevice, WhatALevelWouldBringIsNotTold) {
 
 TEST(HostDevice, TheCategoryIsThatOfTheReadingAsABatteryChangesSides) {
   FleetUnderTest fleet = Fleet(Config(), {{"supply/BAT0", "BAT0", {}, Category::kProducer}});
-  fleet.Measured({Power(1000, Category::kProducer)});
+  fleet.Measured({ReadingOf(1000, Category::kProducer)});
   EXPECT_EQ(fleet.Ask(AskingAll({kCategory})).Only(kCategory), U32(0xFFFFFFFF));
-  fleet.Measured({Power(1000, Category::kConsumer)});
+  fleet.Measured({ReadingOf(1000, Category::kConsumer)});
   EXPECT_EQ(fleet.Ask(AskingAll({kCategory})).Only(kCategory), U32(1));
 }
 
 TEST(HostDevice, ASensorThatFailsLosesItsUsageUntilItIsBackAndOneThatWaitsKeepsIt) {
   FleetUnderTest fleet = Fleet(Config(), {Sensors()[0]});
   const auto usages = [&fleet] { return fleet.Ask(Asking({kUsage})).OfType(kUsage).size(); };
-  fleet.Measured({Power(1000)});
+  fleet.Measured({ReadingOf(1000)});
   EXPECT_EQ(usages(), 1u);
   fleet.Measured({Reading::Failed(Trouble::kWaiting, "set back")});
   EXPECT_EQ(usages(), 1u);
   fleet.Measured({Reading::Failed(Trouble::kGone, "unplugged")});
   EXPECT_EQ(usages(), 0u);
-  fleet.Measured({Power(1000)});
+  fleet.Measured({ReadingOf(1000)});
   EXPECT_EQ(usages(), 1u);
 }
 
@@ -162,7 +143,7 @@ TEST(HostDevice, SumsAddTheHostToTheOtherDevices) {
   FleetUnderTest fleet = Fleet(Config() + "[[device]]\nid = \"" + DeviceId(1) +
                                    "\"\nname = \"lamp\"\nrole = \"lamp\"\nwatts = [0, 10]\n",
                                {Sensors()[0]});
-  fleet.Measured({Power(2500)});
+  fleet.Measured({ReadingOf(2500)});
   const Bytes sum = fleet.Ask(Summing({kCombinedUsage})).Only(kCombinedUsage);
   ASSERT_GE(sum.size(), 2u);
   EXPECT_EQ(Bytes(sum.end() - 2, sum.end()), U16(12500)) << "10 W and 2.5 W, in milliwatts";
@@ -200,7 +181,7 @@ TEST(HostDevice, ALevelRunsItsActionOnceForAllEntities) {
 
 TEST(HostDevice, TheUsageStaysWhatIsMeasuredWhateverTheLevel) {
   FleetUnderTest fleet = Fleet(Config(ActionToml(3, "exit 0")), {Sensors()[0]});
-  fleet.Measured({Power(1000)});
+  fleet.Measured({ReadingOf(1000)});
   EXPECT_EQ(fleet.Ask(Setting({LevelElement(3)})).accepted(), 1u);
   EXPECT_EQ(fleet.Ask(Asking({kUsage})).Only(kUsage), U16(1000));
 }

@@ -7,8 +7,8 @@
 #include <functional>
 
 #include "tests/harness/faults.h"
-#include "tests/node/host_tree.h"
-#include "tests/node/nut_script.h"
+#include "tests/node/host/host_tree.h"
+#include "tests/node/host/nut_script.h"
 
 namespace vt::testing {
 namespace {
@@ -21,9 +21,7 @@ using node::Trouble;
 using std::chrono::milliseconds;
 using Words = std::vector<std::string>;
 
-// For servers that do answer; reached only when something is broken.
-constexpr milliseconds kPatience{20000};
-// For servers that do not.
+// For servers that do not answer.
 constexpr milliseconds kLittlePatience{50};
 
 TEST(NutLine, WordsAreSeparatedByBlanks) {
@@ -74,7 +72,7 @@ void ExpectTrouble(Trouble trouble, const std::string& what, const std::function
 // Server is a scripted server and a connection to it.
 class Server {
  public:
-  explicit Server(ScriptedPeer::Script script, milliseconds patience = kPatience)
+  explicit Server(ScriptedPeer::Script script, milliseconds patience = kNutPatience)
       : peer_(std::move(script)),
         clock_([] { return std::chrono::steady_clock::now(); }),
         connection_(LoopbackAddress(peer_.port()), patience, clock_) {}
@@ -213,7 +211,7 @@ TEST(NutConnection, AResetIsUnreachable) {
 TEST(NutConnection, NobodyListeningIsUnreachable) {
   const node::MonotonicClock clock = std::chrono::steady_clock::now;
   ExpectTrouble(Trouble::kUnreachable, "Connection refused", [&] {
-    const NutConnection connection(LoopbackAddress(UnusedPort()), kPatience, clock);
+    const NutConnection connection(LoopbackAddress(UnusedPort()), kNutPatience, clock);
   });
 }
 
@@ -250,7 +248,7 @@ TEST(NutConnection, WithoutASocketTheServerIsUnreachable) {
     return -1;
   });
   ExpectTrouble(Trouble::kUnreachable, "Too many open files",
-                [&] { const NutConnection connection(LoopbackAddress(1), kPatience, clock); });
+                [&] { const NutConnection connection(LoopbackAddress(1), kNutPatience, clock); });
 }
 
 TEST(NutConnection, SendingGoesOnAfterInterruptionsAndInParts) {
@@ -284,7 +282,7 @@ TEST(NutConnection, NothingIsLeftOpen) {
     EXPECT_THROW(server->Number("a", "x"), NutError);
   }
   const node::MonotonicClock clock = std::chrono::steady_clock::now;
-  EXPECT_THROW(NutConnection(LoopbackAddress(UnusedPort()), kPatience, clock), NutError);
+  EXPECT_THROW(NutConnection(LoopbackAddress(UnusedPort()), kNutPatience, clock), NutError);
   EXPECT_EQ(OpenDescriptors(), before);
 }
 

@@ -12,13 +12,11 @@
 #include <string>
 #include <thread>
 
-#include "tests/node/host_tree.h"
+#include "tests/node/host/host_tree.h"
 #include "tests/node/node_support.h"
 
 namespace vt::testing {
 namespace {
-
-const std::string kChip = "sys/class/hwmon/hwmon0/";
 
 class HostExchange : public ::testing::Test {
  protected:

@@ -1,6 +1,6 @@
 // A made-up system in a folder of its own, and a time of the test's own.
-#ifndef VT_TESTS_NODE_HOST_TREE_H_
-#define VT_TESTS_NODE_HOST_TREE_H_
+#ifndef VT_TESTS_NODE_HOST_HOST_TREE_H_
+#define VT_TESTS_NODE_HOST_HOST_TREE_H_
 
 #include <chrono>
 #include <set>
@@ -11,6 +11,9 @@
 #include "tests/tools/programs.h"
 
 namespace vt::testing {
+
+// kChip is the folder of a chip with sensors.
+inline const std::string kChip = "sys/class/hwmon/hwmon0/";
 
 // HostTree is the root of a made-up system. Paths are those below it.
 class HostTree {
@@ -62,4 +65,4 @@ class HandClock {
 
 }  // namespace vt::testing
 
-#endif  // VT_TESTS_NODE_HOST_TREE_H_
+#endif  // VT_TESTS_NODE_HOST_HOST_TREE_H_

@@ -1,9 +1,10 @@
 // A NUT server that says what a test wants it to say.
-#ifndef VT_TESTS_NODE_NUT_SCRIPT_H_
-#define VT_TESTS_NODE_NUT_SCRIPT_H_
+#ifndef VT_TESTS_NODE_HOST_NUT_SCRIPT_H_
+#define VT_TESTS_NODE_HOST_NUT_SCRIPT_H_
 
 #include <netinet/in.h>
 
+#include <chrono>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +12,9 @@
 #include "tests/harness/peer.h"
 
 namespace vt::testing {
+
+// kNutPatience is for servers that do answer: reached only when something is broken.
+inline constexpr std::chrono::milliseconds kNutPatience{20000};
 
 // LoopbackAddress is that port of 127.0.0.1.
 inline sockaddr_in LoopbackAddress(int port) {
@@ -45,4 +49,4 @@ inline ScriptedPeer::Script NutScript(Dialogues dialogues) {
 
 }  // namespace vt::testing
 
-#endif  // VT_TESTS_NODE_NUT_SCRIPT_H_
+#endif  // VT_TESTS_NODE_HOST_NUT_SCRIPT_H_

@@ -1,4 +1,4 @@
-#include "tests/node/host_tree.h"
+#include "tests/node/host/host_tree.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

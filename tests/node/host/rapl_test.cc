@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/node/host_tree.h"
+#include "tests/node/host/host_tree.h"
 
 namespace vt::testing {
 namespace {
