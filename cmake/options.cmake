@@ -21,8 +21,8 @@ set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 set(CMAKE_INSTALL_RPATH "$ORIGIN")
 
 if(VTAPI_SANITIZE)
-  set(CMAKE_C_FLAGS_DEBUG "-O1 -g1")
-  set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")
+  set(CMAKE_C_FLAGS_DEBUG "-O0 -g1")
+  set(CMAKE_CXX_FLAGS_DEBUG "-O0 -g1")
   add_compile_options(-fno-omit-frame-pointer)
 endif()
 if(VTAPI_SANITIZE STREQUAL memory)
@@ -43,10 +43,10 @@ if(VTAPI_FUZZ)
 endif()
 
 if(VTAPI_COVERAGE)
-  # Optimised, for the library without the C++ run time links only so. Each program and library adds
-  # its counts to a file of its own in each process, whatever its environment says.
-  set(CMAKE_C_FLAGS_DEBUG "-O1")
-  set(CMAKE_CXX_FLAGS_DEBUG "-O1")
+  # Each program and library adds its counts to a file of its own in each process, whatever its
+  # environment says.
+  set(CMAKE_C_FLAGS_DEBUG "-O0")
+  set(CMAKE_CXX_FLAGS_DEBUG "-O0")
   add_compile_options(-fprofile-instr-generate=${CMAKE_BINARY_DIR}/profiles/%p-%m.profraw
                       -fcoverage-mapping $<$<STREQUAL:${VTAPI_COVERAGE},mcdc>:-fcoverage-mcdc>)
   add_link_options(-fprofile-instr-generate)
