@@ -13,8 +13,6 @@ namespace vt::node {
 namespace {
 
 constexpr int kBlanksAllowed = 2;
-// With a longer one the record would not fit into a message beside the domain.
-constexpr std::size_t kLongestRecurrence = 255;
 
 bool TakeText(const std::string& text, std::optional<std::string>& out) {
   out = text;
@@ -81,7 +79,7 @@ bool IsSettableText(const std::string& text) {
 
 // Calendar expressions have stars, which names may not have.
 bool IsSettableRecurrence(const Recurrence& recurrence) {
-  return recurrence.text.size() <= kLongestRecurrence &&
+  return recurrence.text.size() <= kLongestText &&
          std::ranges::none_of(recurrence.text, [](char letter) {
            return static_cast<unsigned char>(letter) < ' ' || letter == '\x7F';
          });

@@ -15,6 +15,7 @@
 
 #include "vtapi.h"
 
+#include "node/changes.h"
 #include "node/config_section.h"
 #include "node/derived_id.h"
 #include "node/fault_file.h"
@@ -26,8 +27,6 @@ namespace {
 
 constexpr std::uint32_t kMostDevices = 1'000'000;
 constexpr std::uint32_t kMostEntities = 1'000;  // of a device
-// The longest recurrence that a set could hold, too.
-constexpr std::size_t kLongestRecurrence = 245;
 
 constexpr std::chrono::seconds kLongestReplayWindow{86400};
 
@@ -221,8 +220,8 @@ std::optional<Recurrence> ReadRecurrence(const Section& section) {
   Recurrence recurrence;
   // The stars of a calendar expression are no letters of names.
   recurrence.text = table->AnyText("text");
-  if (recurrence.text.size() > kLongestRecurrence) {
-    table->Reject("text", "'text' is longer than 245 characters");
+  if (!IsSettableRecurrence(recurrence)) {
+    table->Reject("text", "'text' must have at most 255 characters and no control characters");
   }
   recurrence.byte1 = static_cast<std::uint8_t>(table->Number("byte1", 0, 255, 0));
   recurrence.byte2 = static_cast<std::uint8_t>(table->Number("byte2", 0, 255, 0));

@@ -358,6 +358,10 @@ TEST(FleetFile, MistakesInAGroupAreToldWithTheirPlace) {
       {group("watts = [0, 1]\nrecurrence = { text = 3 }"), 12, 23, "'text' must be a text"},
       {group("watts = [0, 1]\nrecurrence = { text = \"x\", flag = 1 }"), 12, 35,
        "'flag' must be true or false"},
+      {group("watts = [0, 1]\nrecurrence = { text = \"" + std::string(256, 'x') + "\" }"), 12, 23,
+       "'text' must have at most 255 characters"},
+      {group("watts = [0, 1]\nrecurrence = { text = \"a\\tb\" }"), 12, 23,
+       "'text' must have at most 255 characters and no control characters"},
   });
 }
 
