@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <future>
 #include <optional>
 #include <random>
+#include <semaphore>
 #include <set>
 #include <string>
 #include <utility>
@@ -149,30 +151,39 @@ TEST(HostilePeer, ThatHalfClosesAtAnyOffsetEndsTheCollectionThoughItStillListens
   });
 }
 
-// AfterConnecting makes connecting wait until the peer has done what it does at once.
+// AfterConnecting makes connecting wait until the peer has done what it does at once. A peer that
+// resets waits for the call to succeed, which otherwise fails itself when the reset comes first.
 class AfterConnecting : public ConnectHook {
  public:
   explicit AfterConnecting(short awaited)
       : ConnectHook(
-            [awaited](int fd, const sockaddr* address, socklen_t len) -> std::optional<int> {
+            [this, awaited](int fd, const sockaddr* address, socklen_t len) -> std::optional<int> {
               const int result = connect(fd, address, len);
+              connected_.release();
               pollfd arrived = {fd, awaited, 0};
               EXPECT_EQ(poll(&arrived, 1, 20000), 1);
               return result;
             }) {}
+
+  // For the peer, once for each connection.
+  void Await() { EXPECT_TRUE(connected_.try_acquire_for(std::chrono::seconds(20))); }
+
+ private:
+  std::counting_semaphore<> connected_{0};
 };
 
 TEST(HostilePeer, ThatClosesAndResetsBeforeTheQueryIsSentKillsNobody) {
   constexpr std::size_t kQueries = 20 * kTimes;
   Note() << kQueries << " times\n";
   const NoSignal no_signal;
+  AfterConnecting after_reset(0);  // errors and hang-ups are always awaited
   ScriptedPeer peer(
-      [](PeerConnection& c) {
+      [&](PeerConnection& c) {
+        after_reset.Await();
         c.HalfClose();
         c.Reset();
       },
       kQueries);
-  const AfterConnecting after_reset(0);  // errors and hang-ups are always awaited
   const NoLeak no_leak;
   Asking asking(peer.port());
   for (std::size_t i = 0; i < kQueries; ++i) {
@@ -194,8 +205,13 @@ TEST(HostilePeer, ThatOnlyResetsBeforeTheQueryIsSentKillsNobody) {
   constexpr std::size_t kQueries = 20 * kTimes;
   Note() << kQueries << " times\n";
   const NoSignal no_signal;
-  ScriptedPeer peer([](PeerConnection& c) { c.Reset(); }, kQueries);
-  const AfterConnecting after_reset(0);
+  AfterConnecting after_reset(0);
+  ScriptedPeer peer(
+      [&](PeerConnection& c) {
+        after_reset.Await();
+        c.Reset();
+      },
+      kQueries);
   const NoLeak no_leak;
   Asking asking(peer.port());
   for (std::size_t i = 0; i < kQueries; ++i) {
